@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Prepares the Wine prefix that every test of one build tree runs in:
+#   setup-prefix.sh PREFIX BIN_DIR DRIVES_DIR TOOL_DOUBLE_EXE
+# - boots the prefix once (later runs reuse it),
+# - installs the tool double as the OS tools the library runs,
+# - maps the extra drive letters S: T: W: X: to folders of the build tree,
+# - creates QRB.log beside the test executables so the library logs to it.
+set -euo pipefail
+prefix=$1 bin=$2 drives=$3 double=$4
+export WINEPREFIX=$prefix WINEDEBUG=-all DISPLAY=
+export WINEDLLOVERRIDES="mscoree,mshtml="
+
+if [ ! -f "$prefix/.wrenkits-booted" ]; then
+  rm -rf "$prefix"
+  mkdir -p "$prefix"
+  wineboot -i >/dev/null 2>&1
+  wineserver -w
+  touch "$prefix/.wrenkits-booted"
+fi
+
+sys32=$prefix/drive_c/windows/system32
+for tool in bcdedit bcdboot diskpart netsh regsvr32 shutdown; do
+  cp -f "$double" "$sys32/$tool.exe"
+done
+
+for letter in s t w x; do
+  rm -rf "$drives/$letter"
+  mkdir -p "$drives/$letter"
+  ln -sfn "$drives/$letter" "$prefix/dosdevices/$letter:"
+done
+
+mkdir -p "$bin"
+: >"$bin/QRB.log"
+
+# One persistent server for the whole run: starting it per test costs a second each.
+wineserver -p </dev/null >/dev/null 2>&1
+echo "prefix ready: $prefix"
