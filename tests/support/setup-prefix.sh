@@ -33,5 +33,9 @@ mkdir -p "$bin"
 : >"$bin/QRB.log"
 
 # One persistent server for the whole run: starting it per test costs a second each.
-wineserver -p </dev/null >/dev/null 2>&1
+wineserver -p </dev/null >/dev/null 2>&1 || true  # already running is fine
+# Start the prefix's background processes (services, devices, explorer) now, with no
+# inherited output: started by a test, they would hold its output pipe open and CTest
+# would wait for them forever.
+wine cmd.exe /c exit </dev/null >/dev/null 2>&1 || true
 echo "prefix ready: $prefix"

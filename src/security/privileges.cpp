@@ -1,0 +1,149 @@
+#include <stdint.h>
+
+#include "Wrenkits.h"
+#include "frame/log.h"
+#include "frame/unique_any.h"
+
+using wrenkits::unique_handle;
+
+namespace {
+
+constexpr DWORD kTokenAccess = TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY;
+
+// An impersonating thread adjusts its impersonation token; everybody else the
+// process token. The caller does not choose.
+unique_handle OpenOwnToken() {
+    unique_handle token;
+    if (::OpenThreadToken(::GetCurrentThread(), kTokenAccess, TRUE, token.put())) return token;
+    ::OpenProcessToken(::GetCurrentProcess(), kTokenAccess, token.put());
+    return token;
+}
+
+// Success is judged by the call's result alone: a token that lacks the privilege
+// reports ERROR_NOT_ALL_ASSIGNED with success, and that still counts as done.
+BOOL Adjust(HANDLE token, const LUID& luid, DWORD attributes) {
+    TOKEN_PRIVILEGES set = {};
+    set.PrivilegeCount = 1;
+    set.Privileges[0].Luid = luid;
+    set.Privileges[0].Attributes = attributes;
+    return ::AdjustTokenPrivileges(token, FALSE, &set, sizeof set, nullptr, nullptr);
+}
+
+static_assert(sizeof(TOKEN_PRIVILEGES) == 16, "one-entry privilege set");
+
+// The enable and disable pair word their messages differently on purpose; the
+// texts are what support engineers search the logs for.
+struct BackupRestoreMessages {
+    const char* name;
+    const char* tokenFailed;
+    const char* firstLookupFailed;
+    const char* backupFailed;
+    const char* secondLookupFailed;
+    const char* restoreFailed;
+    bool secondLookupTakesNumber;
+};
+
+constexpr BackupRestoreMessages kEnableMessages = {
+    "ZN_EnableBackupRestorePrivilege",
+    "%s call open process or thread failed, error: %d",
+    "ZN_EnableBackupRestorePrivilege call LookupPrivilegeValue failed, error: %u",
+    "ZN_EnableBackupRestorePrivilege call AdjustTokenPrivileges(backup) failed, error: %u",
+    "ZN_EnableBackupRestorePrivilege call LookupPrivilegeValue failed, error: %u",
+    "ZN_EnableBackupRestorePrivilege call AdjustTokenPrivileges(restore) failed, error: %u",
+    false,
+};
+
+constexpr BackupRestoreMessages kDisableMessages = {
+    "ZN_DisableBackupRestorePrivilege",
+    "%s call open process or thread failed, error: %d",
+    "%s call LookupPrivilegeValue failed, error: %u",
+    "%s call AdjustTokenPrivileges(backup) failed, error: %u",
+    // Kept as written: the line shows the name's address as a number.
+    "%d call LookupPrivilegeValue failed, error: %u",
+    "%s call AdjustTokenPrivileges(restore) failed, error: %u",
+    true,
+};
+
+BOOL SetBackupRestore(DWORD attributes, const BackupRestoreMessages& m) {
+    unique_handle token = OpenOwnToken();
+    if (!token) {
+        LogA(m.tokenFailed, m.name, ::GetLastError());
+        return FALSE;
+    }
+    LUID luid;
+    if (!::LookupPrivilegeValueW(nullptr, L"SeBackupPrivilege", &luid)) {
+        LogA(m.firstLookupFailed, m.name, ::GetLastError());
+        return FALSE;
+    }
+    if (!Adjust(token.get(), luid, attributes)) {
+        LogA(m.backupFailed, m.name, ::GetLastError());
+        return FALSE;
+    }
+    if (!::LookupPrivilegeValueW(nullptr, L"SeRestorePrivilege", &luid)) {
+        const DWORD error = ::GetLastError();
+        if (m.secondLookupTakesNumber)
+            LogA(m.secondLookupFailed, static_cast<int>(reinterpret_cast<intptr_t>(m.name)), error);
+        else
+            LogA(m.secondLookupFailed, m.name, error);
+        return FALSE;
+    }
+    if (!Adjust(token.get(), luid, attributes)) {
+        LogA(m.restoreFailed, m.name, ::GetLastError());
+        return FALSE;
+    }
+    return TRUE;
+}
+
+}  // namespace
+
+extern "C" BOOL WINAPI ZN_EnableBackupRestorePrivilege(void) {
+    return SetBackupRestore(SE_PRIVILEGE_ENABLED, kEnableMessages);
+}
+
+extern "C" BOOL WINAPI ZN_DisableBackupRestorePrivilege(void) { return SetBackupRestore(0, kDisableMessages); }
+
+extern "C" BOOL WINAPI ZN_SetPrivilegeA(LPCSTR privilegeName, BOOL enable) {
+    static const char kName[] = "ZN_SetPrivilegeA";
+    if (!privilegeName || !*privilegeName) {
+        LogA("%s call LookupPrivilegeValue %s failed, error: %d\n", kName, "", ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    unique_handle token = OpenOwnToken();
+    if (!token) {
+        LogA("%s call OpenProcessToken failed, error: %u", kName, ::GetLastError());
+        return FALSE;
+    }
+    LUID luid;
+    if (!::LookupPrivilegeValueA(nullptr, privilegeName, &luid)) {
+        LogA("%s call LookupPrivilegeValue %s failed, error: %d\n", kName, privilegeName, ::GetLastError());
+        return FALSE;
+    }
+    if (!Adjust(token.get(), luid, enable ? SE_PRIVILEGE_ENABLED : 0)) {
+        LogA("%s call AdjustTokenPrivileges %s failed, error: %d\n", kName, privilegeName, ::GetLastError());
+        return FALSE;
+    }
+    return TRUE;
+}
+
+extern "C" BOOL WINAPI ZN_SetPrivilegeW(LPCWSTR privilegeName, BOOL enable) {
+    static const char kName[] = "ZN_SetPrivilegeW";
+    if (!privilegeName || !*privilegeName) {
+        LogW(L"%S call LookupPrivilegeValue %s failed, error: %d\n", kName, L"", ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    unique_handle token = OpenOwnToken();
+    if (!token) {
+        LogW(L"%S call OpenProcessToken failed, error: %u", kName, ::GetLastError());
+        return FALSE;
+    }
+    LUID luid;
+    if (!::LookupPrivilegeValueW(nullptr, privilegeName, &luid)) {
+        LogW(L"%S call LookupPrivilegeValue %s failed, error: %d\n", kName, privilegeName, ::GetLastError());
+        return FALSE;
+    }
+    if (!Adjust(token.get(), luid, enable ? SE_PRIVILEGE_ENABLED : 0)) {
+        LogW(L"%S call AdjustTokenPrivileges %s failed, error: %d\n", kName, privilegeName, ::GetLastError());
+        return FALSE;
+    }
+    return TRUE;
+}
