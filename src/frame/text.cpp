@@ -50,7 +50,7 @@ extern "C" int WINAPI ZN_TranslateSize(LONGLONG bytes, LPWSTR text, DWORD textCh
 namespace {
 
 template <typename Char, typename Len, typename Cmp, typename NCmp>
-int CompareString(const Char* first, const Char* second, INT matchTail, Len len, Cmp cmp, NCmp ncmp) {
+int CompareText(const Char* first, const Char* second, INT matchTail, Len len, Cmp cmp, NCmp ncmp) {
     if (!first || !second) return 15;
     if (cmp(first, second) == 0) return 0;
     const size_t lf = len(first);
@@ -69,9 +69,9 @@ int CompareString(const Char* first, const Char* second, INT matchTail, Len len,
 }  // namespace
 
 extern "C" int WINAPI ZN_CompareStringA(LPCSTR first, LPCSTR second, INT matchTail) {
-    return CompareString(first, second, matchTail, strlen, _stricmp, _strnicmp);
+    return CompareText(first, second, matchTail, strlen, _stricmp, _strnicmp);
 }
 
 extern "C" int WINAPI ZN_CompareStringW(LPCWSTR first, LPCWSTR second, INT matchTail) {
-    return CompareString(first, second, matchTail, wcslen, _wcsicmp, _wcsnicmp);
+    return CompareText(first, second, matchTail, wcslen, _wcsicmp, _wcsnicmp);
 }

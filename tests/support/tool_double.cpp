@@ -1,6 +1,7 @@
 #include "support/tool_double.h"
 
 #include <windows.h>
+#include <tlhelp32.h>
 
 #include "support/wine_env.h"
 
@@ -107,6 +108,28 @@ std::vector<std::string> ToolDouble::Lines(const std::string& tool) const {
     for (const auto& e : Journal())
         if (e.tool == tool && e.kind == "line") out.push_back(e.text);
     return out;
+}
+
+}  // namespace wrtest
+
+namespace wrtest {
+
+bool ToolDouble::WaitForExit(const std::string& tool, unsigned long timeoutMs) {
+    const std::wstring exe = Widen(tool) + L".exe";
+    HANDLE snap = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    if (snap == INVALID_HANDLE_VALUE) return false;
+    bool allEnded = true;
+    PROCESSENTRY32W pe = {};
+    pe.dwSize = sizeof pe;
+    for (BOOL ok = Process32FirstW(snap, &pe); ok; ok = Process32NextW(snap, &pe)) {
+        if (_wcsicmp(pe.szExeFile, exe.c_str()) != 0) continue;
+        if (HANDLE p = OpenProcess(SYNCHRONIZE, FALSE, pe.th32ProcessID)) {
+            if (WaitForSingleObject(p, timeoutMs) != WAIT_OBJECT_0) allEnded = false;
+            CloseHandle(p);
+        }
+    }
+    CloseHandle(snap);
+    return allEnded;
 }
 
 }  // namespace wrtest

@@ -42,6 +42,10 @@ public:
     // The lines the tool read from its standard input.
     std::vector<std::string> Lines(const std::string& tool) const;
 
+    // Waits, up to `timeoutMs`, for every running copy of the tool to end (for
+    // children the library started without waiting). False when one still runs.
+    static bool WaitForExit(const std::string& tool, unsigned long timeoutMs);
+
     const std::wstring& folder() const { return folder_; }
 
 private:
