@@ -41,6 +41,8 @@ struct BackupRestoreMessages {
     const char* secondLookupFailed;
     const char* restoreFailed;
     bool secondLookupTakesNumber;
+    // The enable texts spell the name out after the token line: they take the error alone.
+    bool stepsSpellName;
 };
 
 constexpr BackupRestoreMessages kEnableMessages = {
@@ -51,6 +53,7 @@ constexpr BackupRestoreMessages kEnableMessages = {
     "ZN_EnableBackupRestorePrivilege call LookupPrivilegeValue failed, error: %u",
     "ZN_EnableBackupRestorePrivilege call AdjustTokenPrivileges(restore) failed, error: %u",
     false,
+    true,
 };
 
 constexpr BackupRestoreMessages kDisableMessages = {
@@ -62,7 +65,15 @@ constexpr BackupRestoreMessages kDisableMessages = {
     "%d call LookupPrivilegeValue failed, error: %u",
     "%s call AdjustTokenPrivileges(restore) failed, error: %u",
     true,
+    false,
 };
+
+void LogStepFailure(const BackupRestoreMessages& m, const char* format, DWORD error) {
+    if (m.stepsSpellName)
+        LogA(format, error);
+    else
+        LogA(format, m.name, error);
+}
 
 BOOL SetBackupRestore(DWORD attributes, const BackupRestoreMessages& m) {
     unique_handle token = OpenOwnToken();
@@ -72,11 +83,11 @@ BOOL SetBackupRestore(DWORD attributes, const BackupRestoreMessages& m) {
     }
     LUID luid;
     if (!::LookupPrivilegeValueW(nullptr, L"SeBackupPrivilege", &luid)) {
-        LogA(m.firstLookupFailed, m.name, ::GetLastError());
+        LogStepFailure(m, m.firstLookupFailed, ::GetLastError());
         return FALSE;
     }
     if (!Adjust(token.get(), luid, attributes)) {
-        LogA(m.backupFailed, m.name, ::GetLastError());
+        LogStepFailure(m, m.backupFailed, ::GetLastError());
         return FALSE;
     }
     if (!::LookupPrivilegeValueW(nullptr, L"SeRestorePrivilege", &luid)) {
@@ -84,11 +95,11 @@ BOOL SetBackupRestore(DWORD attributes, const BackupRestoreMessages& m) {
         if (m.secondLookupTakesNumber)
             LogA(m.secondLookupFailed, static_cast<int>(reinterpret_cast<intptr_t>(m.name)), error);
         else
-            LogA(m.secondLookupFailed, m.name, error);
+            LogStepFailure(m, m.secondLookupFailed, error);
         return FALSE;
     }
     if (!Adjust(token.get(), luid, attributes)) {
-        LogA(m.restoreFailed, m.name, ::GetLastError());
+        LogStepFailure(m, m.restoreFailed, ::GetLastError());
         return FALSE;
     }
     return TRUE;
