@@ -17,6 +17,7 @@
 namespace {
 
 constexpr LONG kPass = -1;  // script entry: let the real function answer
+const std::string kLoadError = "ZN_LoadRegistry load {hive} to ZNRegKey error: ";
 
 bool Enabled(const wchar_t* privilege) { return wrtest::ProcessPrivilegeEnabled(privilege); }
 
@@ -157,14 +158,13 @@ protected:
 };
 
 TEST_F(HiveMount, LoadRetriesOnceWhenRefusedForPrivilegesAndLogsOtherFailures) {
-    const std::string error = "ZN_LoadRegistry load {hive} to ZNRegKey error: ";
     const LoadCase cases[] = {
         {"real load, retried with restore", text_, {}, {kPass, kPass}, 0, {}},
-        {"missing file, real answer", {}, {}, {kPass}, ERROR_FILE_NOT_FOUND, {error + "2"}},
+        {"missing file, real answer", {}, {}, {kPass}, ERROR_FILE_NOT_FOUND, {kLoadError + "2"}},
         {"access denied is retried once", text_, {}, {ERROR_ACCESS_DENIED, 0}, 0, {}},
         {"privilege still not held", text_, {}, {ERROR_PRIVILEGE_NOT_HELD, ERROR_PRIVILEGE_NOT_HELD}, 1314,
-         {error + "1314"}},
-        {"other codes are not retried", text_, {}, {ERROR_NOT_REGISTRY_FILE}, 1017, {error + "1017"}},
+         {kLoadError + "1314"}},
+        {"other codes are not retried", text_, {}, {ERROR_NOT_REGISTRY_FILE}, 1017, {kLoadError + "1017"}},
     };
     for (const LoadCase& c : cases) CheckLoad(c);
 }
@@ -184,14 +184,11 @@ TEST_F(HiveMount, CorruptHiveIsReplacedByItsBackupOrHasItsHeaderRewritten) {
         {"no backup: header rewritten, last load succeeds", damaged, {}, {ERROR_BADDB, 0}, 0, {noBackup, rewritten},
          damagedFixed},
         {"no backup: last load fails", damaged, {}, {ERROR_BADDB, ERROR_NOT_REGISTRY_FILE}, ERROR_NOT_REGISTRY_FILE,
-         {noBackup, rewritten, "ZN_LoadRegistry load {hive} to ZNRegKey error: 1017"}, damagedFixed},
+         {noBackup, rewritten, kLoadError + "1017"}, damagedFixed},
         {"short file: no rewrite, last load still tried", std::string(100, 's'), {}, {ERROR_BADDB, ERROR_BADDB},
-         ERROR_BADDB,
-         {noBackup, "ZN_LoadRegistry read {hive} error: 0, readed size: 100",
-          "ZN_LoadRegistry load {hive} to ZNRegKey error: 1009"}},
+         ERROR_BADDB, {noBackup, "ZN_LoadRegistry read {hive} error: 0, readed size: 100", kLoadError + "1009"}},
         {"backup that fails too is rewritten in place", damaged, badBackup, {ERROR_BADDB, ERROR_BADDB, 0}, 0,
-         {useBackup, "ZN_LoadRegistry load {hive} to ZNRegKey error: 1009",
-          "ZN_LoadRegistry {hive} old checksum: 0xDEADBEEF, new checksum: 0x66676772"},
+         {useBackup, kLoadError + "1009", "ZN_LoadRegistry {hive} old checksum: 0xDEADBEEF, new checksum: 0x66676772"},
          badBackupFixed},
         {"backup that cannot be copied", damaged, text_, {ERROR_BADDB, 0}, 0,
          {"ZN_LoadRegistry copy {hive}.BAK to {hive} error: 5", rewritten}, damagedFixed, true},
@@ -209,7 +206,7 @@ TEST_F(HiveMount, SecondLoadUnderTheSameNameIsRefused) {
     ASSERT_EQ(0u, ZN_LoadRegistry(hive_.c_str(), L"ZNRegKey"));
     wrtest::LogCapture log;
     EXPECT_EQ(DWORD{ERROR_ALREADY_EXISTS}, ZN_LoadRegistry(hive_.c_str(), L"ZNRegKey"));
-    EXPECT_EQ(Lines({"ZN_LoadRegistry load {hive} to ZNRegKey error: 183"}, hive_), log.Messages());
+    EXPECT_EQ(Lines({kLoadError + "183"}, hive_), log.Messages());
     EXPECT_EQ(L"Windows 10 Pro", ReadProductName()) << "the first mount is left alone";
     EXPECT_EQ(0u, ZN_UnLoadRegistry(L"ZNRegKey"));
 }
