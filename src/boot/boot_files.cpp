@@ -7,6 +7,12 @@
 using namespace wrenkits;
 
 extern "C" DWORD WINAPI ZN_GenerateBootFiles(WCHAR windowsLetter, WCHAR targetLetter, INT uefi) {
+    // A letter of 0 would end the argument text early and run the generator with
+    // whatever is left of it.
+    if (!IsDriveLetter(windowsLetter) || !IsDriveLetter(targetLetter)) {
+        LogA("%s drive letter is invalid", "ZN_GenerateBootFiles");
+        return ERROR_INVALID_PARAMETER;
+    }
     wchar_t generator[kPathChars] = {};
     const DWORD length = ::GetModuleFileNameW(nullptr, generator, kPathChars);
     // A cut host path would place the generator in some other folder: as unknown as none.

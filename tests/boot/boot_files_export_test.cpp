@@ -113,4 +113,16 @@ TEST(GenerateBootFiles, UnknownHostPathIsFileNotFound) {
     ExpectLog(log, {"ZN_GenerateBootFiles call GetModuleFileNameW error: 5"});
 }
 
+TEST(GenerateBootFiles, LetterThatIsNoLetterRunsNothing) {
+    const std::pair<WCHAR, WCHAR> cases[] = {{L'\0', L'S'}, {L'D', L'\0'}, {L'1', L'S'}, {L'D', 0x0130}};
+    for (const auto& [windows, target] : cases) {
+        SCOPED_TRACE(static_cast<int>(windows) * 1000 + target);
+        wrtest::ToolDouble tools;
+        wrtest::LogCapture log;
+        EXPECT_EQ(87u, ZN_GenerateBootFiles(windows, target, 1));
+        EXPECT_TRUE(tools.Journal().empty());
+        ExpectLog(log, {"ZN_GenerateBootFiles drive letter is invalid"});
+    }
+}
+
 }  // namespace
