@@ -70,28 +70,6 @@ TEST(SetEfiEntry, RunsTheEditorCommandsInOrder) {
     for (const EditorCase& c : cases) Check(c, [&] { return ZN_SetEfiEntry(3, c.copy); });
 }
 
-TEST(RemoveBcdEntry, DeletesTheEntryOrRefusesTheIdentifier) {
-    const std::wstring guid = wrtest::Widen(kGuid);
-    const std::wstring fits = L"{" + std::wstring(249, L'f') + L"}";  // "/delete " + 251 = 259
-    const std::wstring cut = L"{" + std::wstring(250, L'f') + L"}";
-    const std::string del = "/delete " + kGuid, delFits = "/delete " + wrtest::Narrow(fits);
-    const std::string empty = "ZN_RemoveBcdEntry entry id is empty, nothing deleted";
-    const auto ok = [](const std::string& a) { return "ZN_RemoveBcdEntry --> bcdedit " + a + " successfully"; };
-    const EditorCase cases[] = {
-        {.name = "deleted", .id = guid.c_str(), .arguments = {del}, .log = {UseEditor(), ok(del)}},
-        {.name = "editor fails", .id = guid.c_str(), .rules = {{"/delete", "2"}}, .result = 2, .arguments = {del},
-         .log = {UseEditor(), EditorFailed(del, 2)}},
-        {.name = "null identifier", .id = nullptr, .result = ERROR_INVALID_PARAMETER, .log = {empty}},
-        {.name = "empty identifier", .id = L"", .result = ERROR_INVALID_PARAMETER, .log = {empty}},
-        {.name = "longest identifier that fits", .id = fits.c_str(), .arguments = {delFits},
-         .log = {UseEditor(), ok(delFits)}},
-        {.name = "identifier that would be cut", .id = cut.c_str(), .result = 206,
-         .log = {"ZN_RemoveBcdEntry argument text longer than 259 characters, not run: " +
-                 ("/delete " + wrtest::Narrow(cut)).substr(0, 259)}},
-    };
-    for (const EditorCase& c : cases) Check(c, [&] { return ZN_RemoveBcdEntry(c.id); });
-}
-
 TEST(AddEfiEntry, CopiesThroughTheInterpreterAndPlacesTheCopy) {
     // Wine's interpreter prints no echo of the command, so the identifier has to stand
     // further into the answer than the command is long.
@@ -132,6 +110,28 @@ TEST(AddEfiEntry, CopiesThroughTheInterpreterAndPlacesTheCopy) {
         EXPECT_EQ(std::wstring(8, L'\xbdbd'), std::wstring(id + MAX_PATH, 8)) << "written past the buffer";
         for (const auto& line : c.logged) EXPECT_TRUE(log.Has(wrtest::Tagged(line))) << line;
     }
+}
+
+TEST(RemoveBcdEntry, DeletesTheEntryOrRefusesTheIdentifier) {
+    const std::wstring guid = wrtest::Widen(kGuid);
+    const std::wstring fits = L"{" + std::wstring(249, L'f') + L"}";  // "/delete " + 251 = 259
+    const std::wstring cut = L"{" + std::wstring(250, L'f') + L"}";
+    const std::string del = "/delete " + kGuid, delFits = "/delete " + wrtest::Narrow(fits);
+    const std::string empty = "ZN_RemoveBcdEntry entry id is empty, nothing deleted";
+    const auto ok = [](const std::string& a) { return "ZN_RemoveBcdEntry --> bcdedit " + a + " successfully"; };
+    const EditorCase cases[] = {
+        {.name = "deleted", .id = guid.c_str(), .arguments = {del}, .log = {UseEditor(), ok(del)}},
+        {.name = "editor fails", .id = guid.c_str(), .rules = {{"/delete", "2"}}, .result = 2, .arguments = {del},
+         .log = {UseEditor(), EditorFailed(del, 2)}},
+        {.name = "null identifier", .id = nullptr, .result = ERROR_INVALID_PARAMETER, .log = {empty}},
+        {.name = "empty identifier", .id = L"", .result = ERROR_INVALID_PARAMETER, .log = {empty}},
+        {.name = "longest identifier that fits", .id = fits.c_str(), .arguments = {delFits},
+         .log = {UseEditor(), ok(delFits)}},
+        {.name = "identifier that would be cut", .id = cut.c_str(), .result = 206,
+         .log = {"ZN_RemoveBcdEntry argument text longer than 259 characters, not run: " +
+                 ("/delete " + wrtest::Narrow(cut)).substr(0, 259)}},
+    };
+    for (const EditorCase& c : cases) Check(c, [&] { return ZN_RemoveBcdEntry(c.id); });
 }
 
 std::vector<std::wstring> g_missing;
