@@ -113,48 +113,66 @@ extern "C" BOOL WINAPI ZN_EnableBackupRestorePrivilege(void) {
 
 extern "C" BOOL WINAPI ZN_DisableBackupRestorePrivilege(void) { return SetBackupRestore(0, kDisableMessages); }
 
-extern "C" BOOL WINAPI ZN_SetPrivilegeA(LPCSTR privilegeName, BOOL enable) {
-    static const char kName[] = "ZN_SetPrivilegeA";
+namespace {
+
+// Character-width glue so both named-privilege exports share one body; each logs
+// in its own width under its own name.
+struct NarrowPrivilege {
+    using Char = char;
+    static constexpr const char* kName = "ZN_SetPrivilegeA";
+    static BOOL Lookup(const char* name, LUID* luid) { return ::LookupPrivilegeValueA(nullptr, name, luid); }
+    static void LogOpenFailed(DWORD error) { LogA("%s call OpenProcessToken failed, error: %u", kName, error); }
+    static void LogLookupFailed(const char* name, DWORD error) {
+        LogA("%s call LookupPrivilegeValue %s failed, error: %d\n", kName, name, error);
+    }
+    static void LogAdjustFailed(const char* name, DWORD error) {
+        LogA("%s call AdjustTokenPrivileges %s failed, error: %d\n", kName, name, error);
+    }
+};
+
+struct WidePrivilege {
+    using Char = wchar_t;
+    static constexpr const char* kName = "ZN_SetPrivilegeW";
+    static BOOL Lookup(const wchar_t* name, LUID* luid) { return ::LookupPrivilegeValueW(nullptr, name, luid); }
+    static void LogOpenFailed(DWORD error) { LogW(L"%S call OpenProcessToken failed, error: %u", kName, error); }
+    static void LogLookupFailed(const wchar_t* name, DWORD error) {
+        LogW(L"%S call LookupPrivilegeValue %s failed, error: %d\n", kName, name, error);
+    }
+    static void LogAdjustFailed(const wchar_t* name, DWORD error) {
+        LogW(L"%S call AdjustTokenPrivileges %s failed, error: %d\n", kName, name, error);
+    }
+};
+
+template <typename W>
+BOOL SetPrivilege(const typename W::Char* privilegeName, BOOL enable) {
+    static constexpr typename W::Char kEmpty[] = {0};
     if (!privilegeName || !*privilegeName) {
-        LogA("%s call LookupPrivilegeValue %s failed, error: %d\n", kName, "", ERROR_INVALID_PARAMETER);
+        W::LogLookupFailed(kEmpty, ERROR_INVALID_PARAMETER);
         return FALSE;
     }
     unique_handle token = OpenOwnToken();
     if (!token) {
-        LogA("%s call OpenProcessToken failed, error: %u", kName, ::GetLastError());
+        W::LogOpenFailed(::GetLastError());
         return FALSE;
     }
     LUID luid;
-    if (!::LookupPrivilegeValueA(nullptr, privilegeName, &luid)) {
-        LogA("%s call LookupPrivilegeValue %s failed, error: %d\n", kName, privilegeName, ::GetLastError());
+    if (!W::Lookup(privilegeName, &luid)) {
+        W::LogLookupFailed(privilegeName, ::GetLastError());
         return FALSE;
     }
     if (!Adjust(token.get(), luid, enable ? SE_PRIVILEGE_ENABLED : 0)) {
-        LogA("%s call AdjustTokenPrivileges %s failed, error: %d\n", kName, privilegeName, ::GetLastError());
+        W::LogAdjustFailed(privilegeName, ::GetLastError());
         return FALSE;
     }
     return TRUE;
 }
 
+}  // namespace
+
+extern "C" BOOL WINAPI ZN_SetPrivilegeA(LPCSTR privilegeName, BOOL enable) {
+    return SetPrivilege<NarrowPrivilege>(privilegeName, enable);
+}
+
 extern "C" BOOL WINAPI ZN_SetPrivilegeW(LPCWSTR privilegeName, BOOL enable) {
-    static const char kName[] = "ZN_SetPrivilegeW";
-    if (!privilegeName || !*privilegeName) {
-        LogW(L"%S call LookupPrivilegeValue %s failed, error: %d\n", kName, L"", ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    unique_handle token = OpenOwnToken();
-    if (!token) {
-        LogW(L"%S call OpenProcessToken failed, error: %u", kName, ::GetLastError());
-        return FALSE;
-    }
-    LUID luid;
-    if (!::LookupPrivilegeValueW(nullptr, privilegeName, &luid)) {
-        LogW(L"%S call LookupPrivilegeValue %s failed, error: %d\n", kName, privilegeName, ::GetLastError());
-        return FALSE;
-    }
-    if (!Adjust(token.get(), luid, enable ? SE_PRIVILEGE_ENABLED : 0)) {
-        LogW(L"%S call AdjustTokenPrivileges %s failed, error: %d\n", kName, privilegeName, ::GetLastError());
-        return FALSE;
-    }
-    return TRUE;
+    return SetPrivilege<WidePrivilege>(privilegeName, enable);
 }
