@@ -8,7 +8,7 @@ dump=$("$objdump" -p "$dll")
 
 exported=$(printf '%s\n' "$dump" | sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' |
            sed -n 's/^[[:space:]]*\[[[:space:]]*[0-9]*\] //p' | sort)
-listed=$(sed -n 's/^[[:space:]]\+\(ZN_[A-Za-z0-9_]*\).*/\1/p' "$def" | sort)
+listed=$(sed -n 's/^[[:space:]]\+\([A-Za-z_][A-Za-z0-9_]*\).*/\1/p' "$def" | sort)
 if [ "$exported" != "$listed" ]; then
   echo "exports differ from $def:"
   diff <(printf '%s\n' "$listed") <(printf '%s\n' "$exported") || true
