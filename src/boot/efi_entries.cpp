@@ -54,14 +54,11 @@ DWORD CopyBootMgr(int volume, LPWSTR newEntryId) {
     wchar_t interpreter[kPathChars] = {};
     FormatPathW(interpreter, L"%s\\cmd.exe", system);
 
-    ConsoleSession session("CopyBootMgr");
-    session.SayExitOnlyWithBuffer();
-    DWORD error = 0;
-    const SessionStage stage = session.Open(interpreter, system, kInterpreterAnswerBytes, error);
-    if (stage == SessionStage::Process) LogA("%s run cmd error: %d", "CopyBootMgr", error);
+    ConsoleSession session("CopyBootMgr", SessionExit::OnlyWithBuffer);
+    const SessionOpen open = session.Open(interpreter, system, kInterpreterAnswerBytes);
+    if (open.stage == SessionStage::Process) LogA("%s run cmd error: %d", "CopyBootMgr", open.error);
     // Whatever failed, this user reports 87; the cause is in the log.
-    if (stage != SessionStage::Open) return result;
-    session.ReadBanner();
+    if (!open.ok()) return result;
 
     // A command that did not reach the interpreter has no answer: the buffer still
     // holds the banner, which must not be read as one.

@@ -19,21 +19,20 @@ void ReadToPrompt(HANDLE pipe, char* buffer, size_t bufferBytes) {
     LogA("%s", buffer);
 }
 
-SessionStage ConsoleSession::Open(LPCWSTR commandLine, LPCWSTR workingDirectory, size_t answerBytes,
-                                  DWORD& error) {
+SessionOpen ConsoleSession::Open(LPCWSTR commandLine, LPCWSTR workingDirectory, size_t answerBytes) {
     SECURITY_ATTRIBUTES sa = {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
 
     if (!::CreatePipe(outRead_.put(), outWrite_.put(), &sa, 0)) {
-        error = ::GetLastError();
+        const DWORD error = ::GetLastError();
         LogA("%s create stdout pipe error: %d", user_, error);
-        return SessionStage::StdoutPipe;
+        return {SessionStage::StdoutPipe, error};
     }
     ::SetHandleInformation(outRead_.get(), HANDLE_FLAG_INHERIT, 0);
 
     if (!::CreatePipe(inRead_.put(), inWrite_.put(), &sa, 0)) {
-        error = ::GetLastError();
+        const DWORD error = ::GetLastError();
         LogA("%s create stdin pipe error: %d", user_, error);
-        return SessionStage::StdinPipe;
+        return {SessionStage::StdinPipe, error};
     }
     ::SetHandleInformation(inWrite_.get(), HANDLE_FLAG_INHERIT, 0);
 
@@ -46,34 +45,27 @@ SessionStage ConsoleSession::Open(LPCWSTR commandLine, LPCWSTR workingDirectory,
 
     // CreateProcessW may write into the command line, so it gets a copy.
     wchar_t line[kCommandLineChars] = {};
-    if (!commandLine || wcsncpy_s(line, kCommandLineChars, commandLine, _TRUNCATE) != 0) {
-        error = ERROR_INVALID_PARAMETER;
-        return SessionStage::Process;
+    if (!commandLine || wcscpy_s(line, kCommandLineChars, commandLine) != 0) {
+        ::SetLastError(ERROR_INVALID_PARAMETER);
+        return {SessionStage::Process, ERROR_INVALID_PARAMETER};
     }
-    PROCESS_INFORMATION pi = {};
+    unique_process_information child;
     if (!::CreateProcessW(nullptr, line, nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, workingDirectory, &si,
-                          &pi)) {
-        error = ::GetLastError();
-        return SessionStage::Process;
+                          child.put())) {
+        return {SessionStage::Process, ::GetLastError()};
     }
-    ::CloseHandle(pi.hThread);
-    process_.reset(pi.hProcess);
+    process_ = child.take_process();
 
     buffer_ = HeapAllocZeroed(answerBytes);
     if (!buffer_) {
         // HeapAlloc does not set the last error; report what the platform would have said.
-        error = ERROR_NOT_ENOUGH_MEMORY;
-        ::SetLastError(error);
-        LogA("%s new buffer error: %d", user_, error);
-        return SessionStage::Buffer;
+        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        LogA("%s new buffer error: %d", user_, ERROR_NOT_ENOUGH_MEMORY);
+        return {SessionStage::Buffer, ERROR_NOT_ENOUGH_MEMORY};
     }
     bufferBytes_ = answerBytes;
-    error = 0;
-    return SessionStage::Open;
-}
-
-void ConsoleSession::ReadBanner() {
-    if (buffer_) ReadToPrompt(outRead_.get(), static_cast<char*>(buffer_.get()), bufferBytes_);
+    ReadToPrompt(outRead_.get(), static_cast<char*>(buffer_.get()), bufferBytes_);
+    return {SessionStage::Open, 0};
 }
 
 DWORD ConsoleSession::Send(const char* command) {
@@ -82,7 +74,7 @@ DWORD ConsoleSession::Send(const char* command) {
 }
 
 void ConsoleSession::Close() {
-    if (inWrite_ && (!exitOnlyWithBuffer_ || buffer_)) {
+    if (inWrite_ && (exit_ == SessionExit::Always || buffer_)) {
         DWORD written = 0;
         ::WriteFile(inWrite_.get(), "exit\r\n", 6, &written, nullptr);
     }

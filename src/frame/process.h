@@ -10,8 +10,19 @@ namespace wrenkits {
 // Command lines of one-shot runs hold this many characters, terminator included.
 inline constexpr size_t kCommandLineChars = 520;
 
-// Why a console session could not be opened. Each user maps these to its own result.
+// Which open step of a console session failed (Open: none). Each user maps these to its
+// own result: diskpart answers with the step's error, the command interpreter with 87.
 enum class SessionStage { Open, StdoutPipe, StdinPipe, Process, Buffer };
+
+struct SessionOpen {
+    SessionStage stage;
+    DWORD error;  // the failed step's last-error code (8 for the buffer); 0 when open
+    bool ok() const { return stage == SessionStage::Open; }
+};
+
+// When the close steps say "exit" to the tool: whenever its input pipe exists, or only
+// when the session got as far as its answer buffer (the command interpreter's rule).
+enum class SessionExit { Always, OnlyWithBuffer };
 
 // An interactive console tool whose standard input and output are pipes. The tool is
 // fed one command line at a time; each answer is collected up to the tool's next
@@ -19,18 +30,17 @@ enum class SessionStage { Open, StdoutPipe, StdinPipe, Process, Buffer };
 class ConsoleSession {
 public:
     // `user` names the caller in the session's log lines.
-    explicit ConsoleSession(const char* user) : user_(user) {}
+    ConsoleSession(const char* user, SessionExit exit) : user_(user), exit_(exit) {}
     ConsoleSession(const ConsoleSession&) = delete;
     ConsoleSession& operator=(const ConsoleSession&) = delete;
     ~ConsoleSession() { Close(); }
 
-    // Creates the pipes, starts the tool and allocates the answer buffer. On failure,
-    // returns the stage that failed with its last-error code in `error`; the process
-    // creation failure is left for the user to log in its own words.
-    SessionStage Open(LPCWSTR commandLine, LPCWSTR workingDirectory, size_t answerBytes, DWORD& error);
-
-    // Reads the tool's banner up to its first prompt and logs it.
-    void ReadBanner();
+    // Creates the pipes, starts the tool, allocates the answer buffer and reads the
+    // tool's banner up to its first prompt. On failure, returns the step that failed
+    // with its error; the pipe and buffer failures are logged here, the process
+    // creation failure is left for the user to log in its own words. The close steps
+    // run in the destructor whatever Open returned.
+    [[nodiscard]] SessionOpen Open(LPCWSTR commandLine, LPCWSTR workingDirectory, size_t answerBytes);
 
     // Sends one command (already ending in "\r\n"; NULL or empty only collects output)
     // and collects the answer. Returns 0, or 29 when the command was not written whole.
@@ -39,9 +49,6 @@ public:
     // The last answer, NUL-terminated.
     const char* Answer() const { return static_cast<const char*>(buffer_.get()); }
     size_t AnswerCapacity() const { return bufferBytes_; }
-
-    // Some users only say goodbye to a tool whose answer buffer they got.
-    void SayExitOnlyWithBuffer() { exitOnlyWithBuffer_ = true; }
 
     // The close steps: "exit", free the buffer, close the pipe ends, wait up to
     // two seconds for the tool and terminate it if it has not ended.
@@ -53,7 +60,7 @@ private:
     unique_handle process_;
     unique_heap buffer_;
     size_t bufferBytes_ = 0;
-    bool exitOnlyWithBuffer_ = false;
+    SessionExit exit_;
 };
 
 // Reads one answer from `pipe` into `buffer` up to and including the prompt '>'.

@@ -85,15 +85,13 @@ DWORD RunProcess(const typename W::Char* program, const typename W::Char* argume
     // The start-up record stays all zero, its size field included: the child gets
     // no window-show mode and no standard handles of ours.
     typename W::StartupInfo si = {};
-    PROCESS_INFORMATION pi = {};
-    if (!W::Create(commandLine, &si, &pi)) {
+    unique_process_information child;
+    if (!W::Create(commandLine, &si, child.put())) {
         const DWORD error = ::GetLastError();
         W::LogCreateFailed(commandLine, error);
         return error;
     }
-    unique_handle thread(pi.hThread);
-    unique_handle process(pi.hProcess);
-    thread.reset();
+    const unique_handle process = child.take_process();
 
     DWORD code = 0;
     if (wait) {

@@ -1,10 +1,53 @@
 #include "frame/text.h"
 
 #include <stdarg.h>
+#include <stdio.h>
 #include <string.h>
 #include <wchar.h>
 
 #include "Wrenkits.h"
+#include "frame/log.h"
+
+namespace wrenkits {
+
+DWORD RefuseInvalid(const char* function, const char* what) {
+    LogA("%s refused: %s is missing or not valid", function, what);
+    return ERROR_INVALID_PARAMETER;
+}
+
+DWORD RefuseTooLong(const char* function, const char* what, size_t limit) {
+    LogA("%s refused: %s is longer than %d characters", function, what, static_cast<int>(limit));
+    return ERROR_FILENAME_EXCED_RANGE;
+}
+
+bool FormatWholeW(LPWSTR out, size_t outChars, LPCWSTR format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int written = _vsnwprintf_s(out, outChars, _TRUNCATE, format, args);
+    va_end(args);
+    return written >= 0;
+}
+
+bool FormatWholeA(LPSTR out, size_t outChars, LPCSTR format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int written = _vsnprintf_s(out, outChars, _TRUNCATE, format, args);
+    va_end(args);
+    return written >= 0;
+}
+
+WidePath::WidePath(LPCSTR text) noexcept {
+    if (!text) {
+        null_ = true;
+        return;
+    }
+    if (!::MultiByteToWideChar(CP_ACP, 0, text, -1, text_, static_cast<int>(kPathChars))) {
+        text_[0] = 0;
+        error_ = ::GetLastError() == ERROR_INSUFFICIENT_BUFFER ? ERROR_FILENAME_EXCED_RANGE : ::GetLastError();
+    }
+}
+
+}  // namespace wrenkits
 
 void FormatPathW(LPWSTR out, LPCWSTR format, ...) {
     va_list args;

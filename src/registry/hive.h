@@ -7,12 +7,13 @@
 
 namespace wrenkits {
 
-// Longest mount name kept, terminator included; registry key names stop at 255 characters.
-inline constexpr size_t kHiveNameChars = 256;
+// How a mounted hive is unmounted: through ZN_UnLoadRegistry (privilege retry, failure
+// logged), or with a bare RegUnLoadKeyA for the one caller whose unload is silent.
+enum class HiveUnload { Library, PlatformNarrow };
 
-// A hive mounted under HKEY_LOCAL_MACHINE through ZN_LoadRegistry, unmounted through
-// ZN_UnLoadRegistry when the object goes, but only if the mount succeeded: a caller
-// whose load failed must not unload (the name may belong to somebody else's mount).
+// A hive mounted under HKEY_LOCAL_MACHINE through ZN_LoadRegistry for the life of the
+// object, unmounted when it goes, but only if the mount succeeded: a caller whose load
+// failed must not unload (the name may belong to somebody else's mount).
 //
 // Declare keys opened inside the hive after this object, so that they are closed
 // before the unmount: Windows refuses to unload a hive with open keys.
@@ -22,36 +23,27 @@ inline constexpr size_t kHiveNameChars = 256;
 //     unique_hkey key;  // after the hive
 class MountedHive {
 public:
-    MountedHive() noexcept = default;
-    MountedHive(LPCWSTR hiveFile, LPCWSTR keyName) noexcept { result_ = Mount(hiveFile, keyName); }
+    // `keyName` must outlive the object (the library's mount names are literals).
+    MountedHive(LPCWSTR hiveFile, LPCWSTR keyName, HiveUnload unload = HiveUnload::Library) noexcept;
     MountedHive(const MountedHive&) = delete;
     MountedHive& operator=(const MountedHive&) = delete;
-    MountedHive(MountedHive&& other) noexcept;
-    MountedHive& operator=(MountedHive&& other) noexcept;
     ~MountedHive() { (void)Unmount(); }
 
-    // Mounts `hiveFile` as HKLM\keyName, after unmounting whatever this object held.
-    // Returns ZN_LoadRegistry's code, or ERROR_INVALID_PARAMETER (logged, nothing
-    // mounted) for a name too long to keep for the unmount.
-    [[nodiscard]] DWORD Mount(LPCWSTR hiveFile, LPCWSTR keyName) noexcept;
-
-    // Unmounts now, for callers that need the unload's result; keys inside must be
-    // closed already. Returns ZN_UnLoadRegistry's code, or 0 when nothing is mounted.
-    // The object forgets the mount even when the unload fails: retrying is the
-    // unload's own business, and a second try from the destructor would only log twice.
+    // Unmounts now, for callers that go on working after the hive is no longer needed;
+    // keys inside must be closed already. Returns the unload's code, or 0 when nothing
+    // is mounted. The object forgets the mount even when the unload fails: retrying is
+    // the unload's own business, and a second try from the destructor would only log twice.
     DWORD Unmount() noexcept;
 
-    // The last Mount's code: 0 while mounted; ERROR_INVALID_HANDLE before any Mount.
+    // ZN_LoadRegistry's code: 0 while mounted.
     [[nodiscard]] DWORD result() const noexcept { return result_; }
-    [[nodiscard]] bool mounted() const noexcept { return mounted_; }
     [[nodiscard]] explicit operator bool() const noexcept { return mounted_; }
-    // The mount name, for key paths such as "%s\Microsoft\Windows NT\CurrentVersion".
-    [[nodiscard]] const wchar_t* name() const noexcept { return name_; }
 
 private:
-    wchar_t name_[kHiveNameChars] = {};
-    DWORD result_ = ERROR_INVALID_HANDLE;
-    bool mounted_ = false;
+    LPCWSTR name_;
+    HiveUnload unload_;
+    DWORD result_;
+    bool mounted_;
 };
 
 }  // namespace wrenkits

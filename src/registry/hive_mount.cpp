@@ -11,7 +11,7 @@
 #include "frame/unique_any.h"
 #include "registry/hive.h"
 
-using wrenkits::unique_file;
+using wrenkits::unique_handle;
 
 namespace {
 
@@ -57,7 +57,7 @@ bool LoadFromBackup(LPCWSTR hiveFile, LPCWSTR keyName) {
 // that makes another load pointless, or 0.
 DWORD RewriteHeader(LPCWSTR hiveFile) {
     // Readers may look on, but nobody may write the header while it is rewritten.
-    unique_file file(::CreateFileW(hiveFile, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+    unique_handle file(::CreateFileW(hiveFile, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                    FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
         const DWORD error = ::GetLastError();
@@ -159,37 +159,16 @@ extern "C" DWORD WINAPI ZN_UnLoadRegistry(LPCWSTR keyName) {
 
 namespace wrenkits {
 
-MountedHive::MountedHive(MountedHive&& other) noexcept
-    : result_(other.result_), mounted_(std::exchange(other.mounted_, false)) {
-    wmemcpy(name_, other.name_, kHiveNameChars);
-}
-
-MountedHive& MountedHive::operator=(MountedHive&& other) noexcept {
-    if (this != &other) {
-        (void)Unmount();
-        wmemcpy(name_, other.name_, kHiveNameChars);
-        result_ = other.result_;
-        mounted_ = std::exchange(other.mounted_, false);
-    }
-    return *this;
-}
-
-DWORD MountedHive::Mount(LPCWSTR hiveFile, LPCWSTR keyName) noexcept {
-    (void)Unmount();
-    if (keyName && wcsnlen(keyName, kHiveNameChars) == kHiveNameChars) {
-        LogW(L"%s key name too long: %s", L"MountedHive", keyName);
-        result_ = ERROR_INVALID_PARAMETER;
-        return result_;
-    }
-    result_ = ZN_LoadRegistry(hiveFile, keyName);
-    mounted_ = result_ == ERROR_SUCCESS;
-    if (mounted_) wcscpy_s(name_, kHiveNameChars, keyName);
-    return result_;
-}
+MountedHive::MountedHive(LPCWSTR hiveFile, LPCWSTR keyName, HiveUnload unload) noexcept
+    : name_(keyName), unload_(unload), result_(ZN_LoadRegistry(hiveFile, keyName)), mounted_(result_ == 0) {}
 
 DWORD MountedHive::Unmount() noexcept {
     if (!std::exchange(mounted_, false)) return ERROR_SUCCESS;
-    return ZN_UnLoadRegistry(name_);
+    if (unload_ == HiveUnload::Library) return ZN_UnLoadRegistry(name_);
+    char narrow[256] = {};
+    if (!::WideCharToMultiByte(CP_ACP, 0, name_, -1, narrow, sizeof narrow, nullptr, nullptr))
+        return ::GetLastError();
+    return static_cast<DWORD>(::RegUnLoadKeyA(HKEY_LOCAL_MACHINE, narrow));
 }
 
 }  // namespace wrenkits

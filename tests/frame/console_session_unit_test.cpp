@@ -13,6 +13,7 @@
 #include "support/wine_env.h"
 
 using wrenkits::ConsoleSession;
+using wrenkits::SessionExit;
 using wrenkits::SessionStage;
 
 namespace {
@@ -70,11 +71,10 @@ protected:
 TEST_F(Session, TalksToATool) {
     tools_.OnLine("diskpart", "list disk", "\r\n  Disk 0    Online\r\n\r\n");
     {
-        ConsoleSession session("ZN_Test");
-        DWORD error = 0xdeadbeef;
-        ASSERT_EQ(SessionStage::Open, session.Open(L"diskpart.exe", nullptr, 0x100000, error));
-        EXPECT_EQ(0u, error);
-        session.ReadBanner();
+        ConsoleSession session("ZN_Test", SessionExit::Always);
+        const wrenkits::SessionOpen open = session.Open(L"diskpart.exe", nullptr, 0x100000);
+        ASSERT_TRUE(open.ok());
+        EXPECT_EQ(0u, open.error);
         EXPECT_STREQ("\r\nDouble DiskPart\r\n\r\nDISKPART>", session.Answer());
         EXPECT_EQ(0u, session.Send("list disk\r\n"));
         EXPECT_STREQ(" \r\n  Disk 0    Online\r\n\r\nDISKPART>", session.Answer());
@@ -86,10 +86,8 @@ TEST_F(Session, TalksToATool) {
 
 TEST_F(Session, EmptyCommandOnlyCollectsOutput) {
     tools_.OnLine("diskpart", "detail", "a > b\r\n");
-    ConsoleSession session("ZN_Test");
-    DWORD error = 0;
-    ASSERT_EQ(SessionStage::Open, session.Open(L"diskpart.exe", nullptr, 4096, error));
-    session.ReadBanner();
+    ConsoleSession session("ZN_Test", SessionExit::Always);
+    ASSERT_TRUE(session.Open(L"diskpart.exe", nullptr, 4096).ok());
     ASSERT_EQ(0u, session.Send("detail\r\n"));
     EXPECT_STREQ(" a >", session.Answer());
     ASSERT_EQ(0u, session.Send(nullptr));
@@ -98,20 +96,18 @@ TEST_F(Session, EmptyCommandOnlyCollectsOutput) {
 
 TEST_F(Session, HangingToolIsTerminatedAfterExit) {
     tools_.HangOnExit("diskpart");
-    ConsoleSession session("ZN_Test");
-    DWORD error = 0;
-    ASSERT_EQ(SessionStage::Open, session.Open(L"diskpart.exe", nullptr, 4096, error));
-    session.ReadBanner();
+    ConsoleSession session("ZN_Test", SessionExit::Always);
+    ASSERT_TRUE(session.Open(L"diskpart.exe", nullptr, 4096).ok());
     session.Close();
     // The test main's listener fails the test if a diskpart double is still running.
     EXPECT_EQ((std::vector<std::string>{"exit"}), tools_.Lines("diskpart"));
 }
 
 TEST_F(Session, ToolThatCannotStartReportsTheProcessStage) {
-    ConsoleSession session("ZN_Test");
-    DWORD error = 0;
-    EXPECT_EQ(SessionStage::Process, session.Open(L"no-such-tool-here.exe", nullptr, 4096, error));
-    EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), error);
+    ConsoleSession session("ZN_Test", SessionExit::Always);
+    const wrenkits::SessionOpen open = session.Open(L"no-such-tool-here.exe", nullptr, 4096);
+    EXPECT_EQ(SessionStage::Process, open.stage);
+    EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), open.error);
     EXPECT_EQ(nullptr, session.Answer());
     EXPECT_EQ(static_cast<DWORD>(ERROR_WRITE_FAULT), session.Send("anything\r\n"));
 }

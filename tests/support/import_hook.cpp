@@ -1,5 +1,7 @@
 #include "support/import_hook.h"
 
+#include <gtest/gtest.h>
+
 #include <string.h>
 
 namespace wrtest {
@@ -36,7 +38,10 @@ ImportHook::ImportHook(const char* dll, const char* function, void* replacement,
     : module_(GetModuleHandleW(module)),
       dll_(dll),
       function_(function),
-      original_(PatchImport(module_, dll, function, replacement)) {}
+      original_(PatchImport(module_, dll, function, replacement)) {
+    // A hook that patches nothing would let the real platform call run unnoticed.
+    if (!original_) ADD_FAILURE() << "import hook: the module does not import " << dll << "!" << function;
+}
 
 ImportHook::~ImportHook() {
     if (original_) PatchImport(module_, dll_, function_, original_);

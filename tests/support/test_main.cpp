@@ -8,13 +8,13 @@
 #include <stdio.h>
 
 #include "support/registry_fixture.h"
+#include "support/wine_env.h"
 
 namespace {
 
 const wchar_t* const kDoubleNames[] = {L"bcdedit.exe", L"bcdboot.exe", L"diskpart.exe",
                                        L"netsh.exe",   L"regsvr32.exe", L"shutdown.exe"};
 
-int LeakCount = 0;
 
 // Ends running doubles and reports their names.
 std::string KillDoubles() {
@@ -39,22 +39,18 @@ std::string KillDoubles() {
     return found;
 }
 
+// Runs before the default printer's end-of-test line (end events go to listeners in
+// reverse order), so a failure added here fails the very test that leaked.
 class LeakListener : public testing::EmptyTestEventListener {
-    void OnTestEnd(const testing::TestInfo& info) override {
+    void OnTestEnd(const testing::TestInfo&) override {
         for (const wchar_t* name : wrtest::kMountNames) {
             if (wrtest::HklmKeyExists(name)) {
-                ++LeakCount;
-                fprintf(stderr, "LEAK: HKLM\\%S still present after %s.%s\n", name, info.test_suite_name(),
-                        info.name());
+                ADD_FAILURE() << "leak: HKLM\\" << wrtest::Narrow(name) << " is still mounted or present";
                 wrtest::RemoveHklmKey(name);
             }
         }
-        std::string doubles = KillDoubles();
-        if (!doubles.empty()) {
-            ++LeakCount;
-            fprintf(stderr, "LEAK: tool double still running after %s.%s: %s\n", info.test_suite_name(),
-                    info.name(), doubles.c_str());
-        }
+        const std::string doubles = KillDoubles();
+        if (!doubles.empty()) ADD_FAILURE() << "leak: tool double still running: " << doubles;
     }
 };
 
@@ -64,10 +60,5 @@ int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     for (const wchar_t* name : wrtest::kMountNames) wrtest::RemoveHklmKey(name);
     testing::UnitTest::GetInstance()->listeners().Append(new LeakListener);
-    int result = RUN_ALL_TESTS();
-    if (LeakCount) {
-        fprintf(stderr, "%d leak(s) found after tests\n", LeakCount);
-        return 1;
-    }
-    return result;
+    return RUN_ALL_TESTS();
 }
