@@ -42,7 +42,7 @@ namespace wrenkits {
 
 bool FormatEditorArgumentsV(const char* user, wchar_t (&out)[kPathChars], const wchar_t* format, va_list args) {
     if (_vsnwprintf_s(out, kPathChars, _TRUNCATE, format, args) >= 0) return true;
-    LogW(L"%S argument text longer than %d characters, not run: %s", user, static_cast<int>(kPathChars - 1), out);
+    RefuseTooLong(user, "argument text", kPathChars - 1);
     return false;
 }
 

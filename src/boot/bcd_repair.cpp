@@ -60,7 +60,7 @@ public:
         // its buffer; a cut command would edit some other entry, so it is not run.
         const bool whole = FormatEditorArgumentsV(kName, arguments, format, args);
         va_end(args);
-        if (!whole) return kTextTooLong;
+        if (!whole) return ERROR_FILENAME_EXCED_RANGE;
         const DWORD result = ZN_RunProcess(editor_, arguments, TRUE);
         if (result == 0) LogW(L"%S %s successfully", kName, arguments);
         return result;

@@ -35,12 +35,9 @@ enum class CopyAnswer {
 CopyAnswer ExtractCopiedEntryId(const char* answer, size_t commandBytes, char* id, size_t idBytes);
 
 // Formats an editor argument text into a 260-character buffer. A text that would
-// be cut is refused: the cut part is logged under `user` and false is returned, so
+// be cut is refused: the refusal is logged under `user` and false is returned, so
 // that no shortened command is ever run.
 bool FormatEditorArguments(const char* user, wchar_t (&out)[kPathChars], const wchar_t* format, ...);
 bool FormatEditorArgumentsV(const char* user, wchar_t (&out)[kPathChars], const wchar_t* format, va_list args);
-
-// ERROR_FILENAME_EXCED_RANGE: the answer for a command text that would not fit.
-inline constexpr DWORD kTextTooLong = 206;
 
 }  // namespace wrenkits

@@ -10,8 +10,7 @@ extern "C" DWORD WINAPI ZN_GenerateBootFiles(WCHAR windowsLetter, WCHAR targetLe
     // A letter of 0 would end the argument text early and run the generator with
     // whatever is left of it.
     if (!IsDriveLetter(windowsLetter) || !IsDriveLetter(targetLetter)) {
-        LogA("%s drive letter is invalid", "ZN_GenerateBootFiles");
-        return ERROR_INVALID_PARAMETER;
+        return RefuseInvalid("ZN_GenerateBootFiles", "drive letter");
     }
     wchar_t generator[kPathChars] = {};
     const DWORD length = ::GetModuleFileNameW(nullptr, generator, kPathChars);
@@ -29,14 +28,14 @@ extern "C" DWORD WINAPI ZN_GenerateBootFiles(WCHAR windowsLetter, WCHAR targetLe
     if (hostFits)
         LogW(L"%S ==> %s", "ZN_GenerateBootFiles", host);
     else
-        LogW(L"%S ==> host folder too long for bcdboot.exe: %s", "ZN_GenerateBootFiles", generator);
+        RefuseTooLong("ZN_GenerateBootFiles", "host bcdboot path", kPathChars - 1);
 
     wchar_t arguments[kPathChars] = {};
     FormatPathW(arguments, L"%c:\\windows /s %c: /f%s /addlast", windowsLetter, targetLetter,
                 uefi ? L" UEFI" : L" BIOS");
     LogW(L"%S ==> %s", "ZN_GenerateBootFiles", arguments);
 
-    DWORD result = hostFits ? ZN_RunProcess(host, arguments, TRUE) : kTextTooLong;
+    DWORD result = hostFits ? ZN_RunProcess(host, arguments, TRUE) : ERROR_FILENAME_EXCED_RANGE;
     if (result != 0) {
         wchar_t system[kPathChars] = {};
         ::GetSystemDirectoryW(system, kPathChars);

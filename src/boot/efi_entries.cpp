@@ -60,9 +60,9 @@ DWORD CopyBootMgr(int volume, LPWSTR newEntryId) {
     // Whatever failed, this user reports 87; the cause is in the log.
     if (!open.ok()) return result;
 
-    // A command that did not reach the interpreter has no answer: the buffer still
-    // holds the banner, which must not be read as one.
-    if (session.Send(kCopyCommand) != 0) return result;
+    // The write's own result does not decide anything: whatever the buffer holds
+    // afterwards is read as the answer.
+    (void)session.Send(kCopyCommand);
 
     char id[kPathChars] = {};
     const CopyAnswer answer = ExtractCopiedEntryId(session.Answer(), sizeof kCopyCommand - 1, id, sizeof id);
@@ -94,11 +94,10 @@ extern "C" DWORD WINAPI ZN_AddEfiEntry(DWORD volumeNumber, ULONG_PTR /*reserved*
 extern "C" DWORD WINAPI ZN_RemoveBcdEntry(LPCWSTR entryId) {
     // An empty identifier would leave "/delete" to the editor's own reading of it.
     if (!entryId || !*entryId) {
-        LogA("%s entry id is empty, nothing deleted", "ZN_RemoveBcdEntry");
-        return ERROR_INVALID_PARAMETER;
+        return RefuseInvalid("ZN_RemoveBcdEntry", "entry id");
     }
     wchar_t arguments[kPathChars] = {};
-    if (!FormatEditorArguments("ZN_RemoveBcdEntry", arguments, L"/delete %s", entryId)) return kTextTooLong;
+    if (!FormatEditorArguments("ZN_RemoveBcdEntry", arguments, L"/delete %s", entryId)) return ERROR_FILENAME_EXCED_RANGE;
 
     RedirectionGuard guard;
     wchar_t editor[kPathChars] = {};

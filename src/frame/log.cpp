@@ -60,7 +60,10 @@ BOOL WriteLogLine(const char* text) {
     return ::WriteFile(g_logFile, line, static_cast<DWORD>(strlen(line)), &written, nullptr);
 }
 
+// Both keep the thread's last error: callers often log a failure and then return
+// GetLastError(), and the file and debugger calls here would overwrite it.
 void LogA(const char* format, ...) {
+    const DWORD saved = ::GetLastError();
     char message[kMessageChars] = {};
     memcpy(message, wrenkits::kLogTag, kTagChars);
     va_list args;
@@ -69,9 +72,11 @@ void LogA(const char* format, ...) {
     va_end(args);
     ::OutputDebugStringA(message);
     if (wrenkits::LogIsOpen()) WriteLogLine(message);
+    ::SetLastError(saved);
 }
 
 void LogW(const wchar_t* format, ...) {
+    const DWORD saved = ::GetLastError();
     wchar_t message[kMessageChars] = {};
     _snwprintf_s(message, kMessageChars, _TRUNCATE, L"%S", wrenkits::kLogTag);
     va_list args;
@@ -84,4 +89,5 @@ void LogW(const wchar_t* format, ...) {
         ::WideCharToMultiByte(CP_ACP, 0, message, -1, narrow, kMessageChars - 1, nullptr, nullptr);
         WriteLogLine(narrow);
     }
+    ::SetLastError(saved);
 }

@@ -4,6 +4,7 @@
 
 #include "Wrenkits.h"
 #include "frame/log.h"
+#include "frame/text.h"
 #include "frame/process.h"
 
 using namespace wrenkits;
@@ -25,10 +26,6 @@ struct Wide {
     static BOOL Create(wchar_t* commandLine, StartupInfo* si, PROCESS_INFORMATION* pi) {
         return ::CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
                                 nullptr, si, pi);
-    }
-    static void LogTooLong(size_t chars) {
-        LogW(L"%S command line of %d characters is longer than %d, not run", kName, static_cast<int>(chars),
-             static_cast<int>(kCommandLineChars - 1));
     }
     static void LogCreateFailed(const wchar_t* commandLine, DWORD error) {
         LogW(L"%S create process %s error: %d", kName, commandLine, error);
@@ -53,10 +50,6 @@ struct Narrow {
         return ::CreateProcessA(nullptr, commandLine, nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
                                 nullptr, si, pi);
     }
-    static void LogTooLong(size_t chars) {
-        LogA("%s command line of %d characters is longer than %d, not run", kName, static_cast<int>(chars),
-             static_cast<int>(kCommandLineChars - 1));
-    }
     static void LogCreateFailed(const char* commandLine, DWORD error) {
         LogA("%s create process %s error: %d", kName, commandLine, error);
     }
@@ -67,16 +60,14 @@ struct Narrow {
 
 template <typename W>
 DWORD RunProcess(const typename W::Char* program, const typename W::Char* arguments, BOOL wait) {
+    // Refused as silently as an empty command line.
     if (!program) return ERROR_INVALID_PARAMETER;
 
     // A cut command line could run something other than what was asked for, so an
     // over-long one is refused whole.
     size_t chars = W::Length(program);
     if (arguments && *arguments) chars += 1 + W::Length(arguments);
-    if (chars > kCommandLineChars - 1) {
-        W::LogTooLong(chars);
-        return ERROR_FILENAME_EXCED_RANGE;
-    }
+    if (chars > kCommandLineChars - 1) return RefuseTooLong(W::kName, "command line", kCommandLineChars - 1);
 
     typename W::Char commandLine[kCommandLineChars] = {};
     W::Format(commandLine, program, arguments);

@@ -68,7 +68,7 @@ extern "C" int WINAPI ZN_TranslateSize(LONGLONG bytes, LPWSTR text, DWORD textCh
     if (bytes == 0) {
         // "0" is copied with the path capacity whatever textChars says; a caller buffer
         // too small for it is refused rather than written past.
-        if (textChars < 2) return ERANGE;
+        if (textChars < 2) return -1;
         return wcscpy_s(text, wrenkits::kPathChars, L"0");
     }
     if (textChars == 0) return -1;

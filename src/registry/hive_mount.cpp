@@ -35,7 +35,7 @@ bool LoadFromBackup(LPCWSTR hiveFile, LPCWSTR keyName) {
     // A backup path cut to fit would name some other file, which would then be
     // copied over the hive. Without a usable path the header rewrite still has a chance.
     if (_snwprintf_s(backup, _countof(backup), _TRUNCATE, L"%s.BAK", hiveFile) < 0) {
-        LogW(L"%s backup path too long: %s.BAK", kLoadName, hiveFile);
+        wrenkits::RefuseTooLong("ZN_LoadRegistry", "backup path", wrenkits::kPathChars - 1);
         return false;
     }
     if (::GetFileAttributesW(backup) == INVALID_FILE_ATTRIBUTES) {

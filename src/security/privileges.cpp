@@ -2,6 +2,7 @@
 
 #include "Wrenkits.h"
 #include "frame/log.h"
+#include "frame/text.h"
 #include "frame/unique_any.h"
 
 using wrenkits::unique_handle;
@@ -31,92 +32,71 @@ BOOL Adjust(HANDLE token, const LUID& luid, DWORD attributes) {
 
 static_assert(sizeof(TOKEN_PRIVILEGES) == 16, "one-entry privilege set");
 
-// The enable and disable pair word their messages differently on purpose; the
-// texts are what support engineers search the logs for.
-struct BackupRestoreMessages {
-    const char* name;
-    const char* tokenFailed;
-    const char* firstLookupFailed;
-    const char* backupFailed;
-    const char* secondLookupFailed;
-    const char* restoreFailed;
-    bool secondLookupTakesNumber;
-    // The enable texts spell the name out after the token line: they take the error alone.
-    bool stepsSpellName;
-};
+}  // namespace
 
-constexpr BackupRestoreMessages kEnableMessages = {
-    "ZN_EnableBackupRestorePrivilege",
-    "%s call open process or thread failed, error: %d",
-    "ZN_EnableBackupRestorePrivilege call LookupPrivilegeValue failed, error: %u",
-    "ZN_EnableBackupRestorePrivilege call AdjustTokenPrivileges(backup) failed, error: %u",
-    "ZN_EnableBackupRestorePrivilege call LookupPrivilegeValue failed, error: %u",
-    "ZN_EnableBackupRestorePrivilege call AdjustTokenPrivileges(restore) failed, error: %u",
-    false,
-    true,
-};
-
-constexpr BackupRestoreMessages kDisableMessages = {
-    "ZN_DisableBackupRestorePrivilege",
-    "%s call open process or thread failed, error: %d",
-    "%s call LookupPrivilegeValue failed, error: %u",
-    "%s call AdjustTokenPrivileges(backup) failed, error: %u",
-    // Kept as written: the line shows the name's address as a number.
-    "%d call LookupPrivilegeValue failed, error: %u",
-    "%s call AdjustTokenPrivileges(restore) failed, error: %u",
-    true,
-    false,
-};
-
-void LogStepFailure(const BackupRestoreMessages& m, const char* format, DWORD error) {
-    if (m.stepsSpellName)
-        LogA(format, error);
-    else
-        LogA(format, m.name, error);
-}
-
-BOOL SetBackupRestore(DWORD attributes, const BackupRestoreMessages& m) {
+// The enable and disable pair word their messages differently on purpose (the texts
+// are what support engineers search the logs for), so each writes its own lines at
+// its own steps. Neither rolls back the first privilege when the second step fails.
+extern "C" BOOL WINAPI ZN_EnableBackupRestorePrivilege(void) {
     unique_handle token = OpenOwnToken();
     if (!token) {
-        LogA(m.tokenFailed, m.name, ::GetLastError());
+        LogA("%s call open process or thread failed, error: %d", "ZN_EnableBackupRestorePrivilege", ::GetLastError());
         return FALSE;
     }
     LUID luid;
     if (!::LookupPrivilegeValueW(nullptr, L"SeBackupPrivilege", &luid)) {
-        LogStepFailure(m, m.firstLookupFailed, ::GetLastError());
+        LogA("ZN_EnableBackupRestorePrivilege call LookupPrivilegeValue failed, error: %u", ::GetLastError());
         return FALSE;
     }
-    if (!Adjust(token.get(), luid, attributes)) {
-        LogStepFailure(m, m.backupFailed, ::GetLastError());
+    if (!Adjust(token.get(), luid, SE_PRIVILEGE_ENABLED)) {
+        LogA("ZN_EnableBackupRestorePrivilege call AdjustTokenPrivileges(backup) failed, error: %u", ::GetLastError());
         return FALSE;
     }
     if (!::LookupPrivilegeValueW(nullptr, L"SeRestorePrivilege", &luid)) {
-        const DWORD error = ::GetLastError();
-        if (m.secondLookupTakesNumber)
-            LogA(m.secondLookupFailed, static_cast<int>(reinterpret_cast<intptr_t>(m.name)), error);
-        else
-            LogStepFailure(m, m.secondLookupFailed, error);
+        LogA("ZN_EnableBackupRestorePrivilege call LookupPrivilegeValue failed, error: %u", ::GetLastError());
         return FALSE;
     }
-    if (!Adjust(token.get(), luid, attributes)) {
-        LogStepFailure(m, m.restoreFailed, ::GetLastError());
+    if (!Adjust(token.get(), luid, SE_PRIVILEGE_ENABLED)) {
+        LogA("ZN_EnableBackupRestorePrivilege call AdjustTokenPrivileges(restore) failed, error: %u", ::GetLastError());
         return FALSE;
     }
     return TRUE;
 }
 
-}  // namespace
-
-extern "C" BOOL WINAPI ZN_EnableBackupRestorePrivilege(void) {
-    return SetBackupRestore(SE_PRIVILEGE_ENABLED, kEnableMessages);
+extern "C" BOOL WINAPI ZN_DisableBackupRestorePrivilege(void) {
+    static constexpr char kName[] = "ZN_DisableBackupRestorePrivilege";
+    unique_handle token = OpenOwnToken();
+    if (!token) {
+        LogA("%s call open process or thread failed, error: %d", kName, ::GetLastError());
+        return FALSE;
+    }
+    LUID luid;
+    if (!::LookupPrivilegeValueW(nullptr, L"SeBackupPrivilege", &luid)) {
+        LogA("%s call LookupPrivilegeValue failed, error: %u", kName, ::GetLastError());
+        return FALSE;
+    }
+    if (!Adjust(token.get(), luid, 0)) {
+        LogA("%s call AdjustTokenPrivileges(backup) failed, error: %u", kName, ::GetLastError());
+        return FALSE;
+    }
+    if (!::LookupPrivilegeValueW(nullptr, L"SeRestorePrivilege", &luid)) {
+        // Kept as written: "%d" takes the name's address, so this line shows a number.
+        LogA("%d call LookupPrivilegeValue failed, error: %u", static_cast<int>(reinterpret_cast<intptr_t>(kName)),
+             ::GetLastError());
+        return FALSE;
+    }
+    if (!Adjust(token.get(), luid, 0)) {
+        LogA("%s call AdjustTokenPrivileges(restore) failed, error: %u", kName, ::GetLastError());
+        return FALSE;
+    }
+    return TRUE;
 }
-
-extern "C" BOOL WINAPI ZN_DisableBackupRestorePrivilege(void) { return SetBackupRestore(0, kDisableMessages); }
 
 namespace {
 
-// Character-width glue so both named-privilege exports share one body; each logs
-// in its own width under its own name.
+// Unlike most narrow exports, the two named-privilege exports do not convert and call
+// each other: each looks the name up in its own width and logs in its own width under
+// its own name, so both keep one body through this glue.
 struct NarrowPrivilege {
     using Char = char;
     static constexpr const char* kName = "ZN_SetPrivilegeA";
@@ -145,9 +125,9 @@ struct WidePrivilege {
 
 template <typename W>
 BOOL SetPrivilege(const typename W::Char* privilegeName, BOOL enable) {
-    static constexpr typename W::Char kEmpty[] = {0};
-    if (!privilegeName || !*privilegeName) {
-        W::LogLookupFailed(kEmpty, ERROR_INVALID_PARAMETER);
+    // An empty name goes to the look-up, which answers with the platform's own code.
+    if (!privilegeName) {
+        ::SetLastError(wrenkits::RefuseInvalid(W::kName, "privilege name"));
         return FALSE;
     }
     unique_handle token = OpenOwnToken();

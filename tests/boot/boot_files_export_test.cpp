@@ -121,7 +121,7 @@ TEST(GenerateBootFiles, LetterThatIsNoLetterRunsNothing) {
         wrtest::LogCapture log;
         EXPECT_EQ(87u, ZN_GenerateBootFiles(windows, target, 1));
         EXPECT_TRUE(tools.Journal().empty());
-        ExpectLog(log, {"ZN_GenerateBootFiles drive letter is invalid"});
+        ExpectLog(log, {"ZN_GenerateBootFiles refused: drive letter is missing or not valid"});
     }
 }
 

@@ -47,9 +47,9 @@ TEST(TranslateSize, RefusesWhatItCannotWriteSafely) {
     EXPECT_EQ(-1, ZN_TranslateSize(-5, text, 8)) << "negative sizes have no unit";
     EXPECT_EQ(L'\0', text[0]);
     EXPECT_EQ(-1, ZN_TranslateSize(5, nullptr, 8));
-    EXPECT_NE(0, ZN_TranslateSize(0, nullptr, 8));
+    EXPECT_EQ(-1, ZN_TranslateSize(0, nullptr, 8));
     wmemset(text, L'#', 8);
-    EXPECT_NE(0, ZN_TranslateSize(0, text, 1)) << "\"0\" needs two characters";
+    EXPECT_EQ(-1, ZN_TranslateSize(0, text, 1)) << "\"0\" needs two characters";
     EXPECT_EQ(L'#', text[0]);
     EXPECT_EQ(-1, ZN_TranslateSize(5, text, 0));
     EXPECT_EQ(L'#', text[0]);

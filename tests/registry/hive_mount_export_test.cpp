@@ -196,7 +196,7 @@ TEST_F(HiveMount, CorruptHiveIsReplacedByItsBackupOrHasItsHeaderRewritten) {
          {noBackup, "ZN_LoadRegistry open {hive} error: 2"}},
         // "{hive}.BAK" needs 261 characters: a cut path would name the decoy beside it.
         {"backup path too long for 260 characters", damaged, {}, {ERROR_BADDB, 0}, 0,
-         {"ZN_LoadRegistry backup path too long: {hive}.BAK", rewritten}, damagedFixed, false, true},
+         {"ZN_LoadRegistry refused: backup path is longer than 259 characters", rewritten}, damagedFixed, false, true},
     };
     for (const LoadCase& c : cases) CheckLoad(c);
 }

@@ -90,8 +90,8 @@ TEST_F(Privileges, SetPrivilegeJudgesOnlyTheAdjustmentCallAndLogsWhatFailed) {
     } cases[] = {
         {"SeBogusPrivilege", Break::None, FALSE, " call LookupPrivilegeValue SeBogusPrivilege failed, error: 1313\n"},
         {"SeCreateTokenPrivilege", Break::None, TRUE, nullptr},  // not held: the system still says "done"
-        {"", Break::None, FALSE, " call LookupPrivilegeValue  failed, error: 87\n"},
-        {nullptr, Break::None, FALSE, " call LookupPrivilegeValue  failed, error: 87\n"},
+        {"", Break::None, FALSE, " call LookupPrivilegeValue  failed, error: 1313\n"},  // the platform's own code
+        {nullptr, Break::None, FALSE, " refused: privilege name is missing or not valid"},
         {"SeDebugPrivilege", Break::Token, FALSE, " call OpenProcessToken failed, error: 5"},
         {"SeDebugPrivilege", Break::Adjust, FALSE, " call AdjustTokenPrivileges SeDebugPrivilege failed, error: 5\n"},
     };
