@@ -2,6 +2,7 @@
 
 #include "Wrenkits.h"
 #include "frame/log.h"
+#include "frame/text.h"
 #include "frame/unique_any.h"
 
 using namespace wrenkits;
@@ -36,14 +37,10 @@ DWORD OpenManager(const char* user, unique_schandle& manager) {
     return error;
 }
 
-// Opens a service after its manager; a null or empty name is refused with 87 on the
-// same line as a name the manager does not know.
+// Opens a service after its manager; a null or empty name is refused with 87.
 DWORD OpenNamed(const char* user, LPCWSTR serviceName, DWORD access, unique_schandle& manager,
                 unique_schandle& service) {
-    if (Empty(serviceName)) {
-        LogW(L"%S open service %s failed, error: %d", user, L"", ERROR_INVALID_PARAMETER);
-        return ERROR_INVALID_PARAMETER;
-    }
+    if (Empty(serviceName)) return RefuseInvalid(user, "service name");
     if (const DWORD error = OpenManager(user, manager)) return error;
     service.reset(::OpenServiceW(manager.get(), serviceName, access));
     if (service) return ERROR_SUCCESS;
@@ -69,11 +66,8 @@ void WriteDescription(LPCWSTR serviceName, LPCWSTR description) {
 DWORD Install(const char* user, LPCWSTR serviceName, LPCWSTR description, LPCWSTR binaryPath, DWORD serviceType,
               LPCWSTR group) {
     const LPCWSTR shownDescription = description ? description : L"";
-    if (Empty(serviceName) || Empty(binaryPath)) {
-        LogW(L"%S create service %s %s %s failed, error: %d", user, serviceName ? serviceName : L"", shownDescription,
-             binaryPath ? binaryPath : L"", ERROR_INVALID_PARAMETER);
-        return ERROR_INVALID_PARAMETER;
-    }
+    if (Empty(serviceName)) return RefuseInvalid(user, "service name");
+    if (Empty(binaryPath)) return RefuseInvalid(user, "binary path");
     unique_schandle manager;
     if (const DWORD error = OpenManager(user, manager)) return error;
     // No dependencies: a list holding only its closing empty string.

@@ -1,5 +1,6 @@
 #include "Wrenkits.h"
 #include "frame/log.h"
+#include "frame/text.h"
 #include "frame/unique_any.h"
 
 using wrenkits::unique_schandle;
@@ -15,11 +16,8 @@ bool Empty(LPCSTR text) { return !text || !*text; }
 }  // namespace
 
 extern "C" DWORD WINAPI ZN_LoadNtDriver(LPCSTR driverName, LPCSTR driverPath) {
-    if (Empty(driverName) || Empty(driverPath)) {
-        LogA("LoadNtDriver create service %s %s error: %d", driverName ? driverName : "",
-             driverPath ? driverPath : "", ERROR_INVALID_PARAMETER);
-        return ERROR_INVALID_PARAMETER;
-    }
+    if (Empty(driverName)) return wrenkits::RefuseInvalid("LoadNtDriver", "driver name");
+    if (Empty(driverPath)) return wrenkits::RefuseInvalid("LoadNtDriver", "driver path");
     unique_schandle manager(::OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (!manager) {
         const DWORD error = ::GetLastError();
@@ -63,10 +61,7 @@ extern "C" DWORD WINAPI ZN_LoadNtDriver(LPCSTR driverName, LPCSTR driverPath) {
 }
 
 extern "C" DWORD WINAPI ZN_RemoverNtDriver(LPCSTR driverName) {
-    if (Empty(driverName)) {
-        LogA("RemoverNtDriver open service %s error: %d", "", ERROR_INVALID_PARAMETER);
-        return ERROR_INVALID_PARAMETER;
-    }
+    if (Empty(driverName)) return wrenkits::RefuseInvalid("RemoverNtDriver", "driver name");
     unique_schandle manager(::OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (!manager) {
         const DWORD error = ::GetLastError();

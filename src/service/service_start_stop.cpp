@@ -2,6 +2,7 @@
 
 #include "Wrenkits.h"
 #include "frame/log.h"
+#include "frame/text.h"
 #include "frame/unique_any.h"
 #include "service/service_wait.h"
 
@@ -9,9 +10,9 @@ using namespace wrenkits;
 
 namespace {
 
-constexpr wchar_t kStart[] = L"ZN_StartService";
-constexpr wchar_t kStop[] = L"ZN_StopService";
-constexpr wchar_t kDependants[] = L"StopDependentServices";
+constexpr char kStart[] = "ZN_StartService";
+constexpr char kStop[] = "ZN_StopService";
+constexpr char kDependants[] = "StopDependentServices";
 
 // The stop request reports into the same record the queries fill, so that its
 // answer counts as the last known state.
@@ -28,29 +29,26 @@ bool SendStop(SC_HANDLE service, SERVICE_STATUS_PROCESS& status) {
     return ::ControlService(service, SERVICE_CONTROL_STOP, reinterpret_cast<SERVICE_STATUS*>(&status)) != FALSE;
 }
 
-DWORD LogQueryFailure(const wchar_t* user, LPCWSTR serviceName) {
+DWORD LogQueryFailure(const char* user, LPCWSTR serviceName) {
     const DWORD error = ::GetLastError();
-    LogW(L"%s query status of service %s error: %d", user, serviceName, error);
+    LogW(L"%S query status of service %s error: %d", user, serviceName, error);
     return error;
 }
 
 // Opens the manager and the service, logging a failure under `user`; 0 or the error.
-DWORD OpenService(const wchar_t* user, LPCWSTR serviceName, DWORD access, unique_schandle& manager,
+DWORD OpenService(const char* user, LPCWSTR serviceName, DWORD access, unique_schandle& manager,
                   unique_schandle& service) {
-    if (!serviceName || !*serviceName) {
-        LogW(L"%s open service %s error: %d", user, L"", ERROR_INVALID_PARAMETER);
-        return ERROR_INVALID_PARAMETER;
-    }
+    if (!serviceName || !*serviceName) return RefuseInvalid(user, "service name");
     manager.reset(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (!manager) {
         const DWORD error = ::GetLastError();
-        LogA("%S open sc manager error: %d", user, error);
+        LogA("%s open sc manager error: %d", user, error);
         return error;
     }
     service.reset(::OpenServiceW(manager.get(), serviceName, access));
     if (!service) {
         const DWORD error = ::GetLastError();
-        LogW(L"%s open service %s error: %d", user, serviceName, error);
+        LogW(L"%S open service %s error: %d", user, serviceName, error);
         return error;
     }
     return ERROR_SUCCESS;
@@ -85,7 +83,7 @@ bool StopDependentServices(SC_HANDLE manager, SC_HANDLE service) {
     auto* dependants = static_cast<ENUM_SERVICE_STATUSW*>(buffer.get());
     if (!::EnumDependentServicesW(service, SERVICE_ACTIVE, dependants, bytes, &bytes, &count)) return false;
     for (DWORD i = 0; i < count; ++i) {
-        LogW(L"%s ----> %s", kDependants, dependants[i].lpServiceName);
+        LogW(L"%S ----> %s", kDependants, dependants[i].lpServiceName);
         if (!StopDependant(manager, dependants[i].lpServiceName, startTick)) return false;
     }
     return true;
@@ -102,7 +100,7 @@ extern "C" DWORD WINAPI ZN_StartService(LPCWSTR serviceName) {
     // Paused and pending services count as started: only a stopped or stopping
     // service is started here.
     if (status.dwCurrentState != SERVICE_STOPPED && status.dwCurrentState != SERVICE_STOP_PENDING) {
-        LogW(L"%s service %s is runing", kStart, serviceName);
+        LogW(L"%S service %s is runing", kStart, serviceName);
         return ERROR_SUCCESS;
     }
 
@@ -122,10 +120,10 @@ extern "C" DWORD WINAPI ZN_StartService(LPCWSTR serviceName) {
 
     if (!::StartServiceW(service.get(), 0, nullptr)) {
         const DWORD error = ::GetLastError();
-        LogW(L"%s start service %s error: %d", kStart, serviceName, error);
+        LogW(L"%S start service %s error: %d", kStart, serviceName, error);
         return error;
     }
-    LogW(L"%s start service %s is pendding", kStart, serviceName);
+    LogW(L"%S start service %s is pendding", kStart, serviceName);
     if (!Query(service.get(), status)) return LogQueryFailure(kStart, serviceName);
 
     DWORD result = ERROR_SUCCESS;
@@ -140,9 +138,9 @@ extern "C" DWORD WINAPI ZN_StartService(LPCWSTR serviceName) {
     }
 
     if (status.dwCurrentState == SERVICE_RUNNING) {
-        LogW(L"%s start service %s successfully", kStart, serviceName);
+        LogW(L"%S start service %s successfully", kStart, serviceName);
     } else {
-        LogW(L"%s service %s is not started, current state: %d", kStart, serviceName, status.dwCurrentState);
+        LogW(L"%S service %s is not started, current state: %d", kStart, serviceName, status.dwCurrentState);
     }
     // A service still pending after its own wait hint is no failure of this call.
     return result;
@@ -156,32 +154,32 @@ extern "C" DWORD WINAPI ZN_StopService(LPCWSTR serviceName) {
     SERVICE_STATUS_PROCESS status = {};
     if (!Query(service.get(), status)) return LogQueryFailure(kStop, serviceName);
     if (status.dwCurrentState == SERVICE_STOPPED) {
-        LogW(L"%s service %s is already stoped", kStop, serviceName);
+        LogW(L"%S service %s is already stoped", kStop, serviceName);
         return ERROR_SUCCESS;
     }
 
     DWORD result = ERROR_SUCCESS;
     const DWORD startTick = ::GetTickCount();
     while (status.dwCurrentState == SERVICE_STOP_PENDING) {
-        LogW(L"%s service %s stop pending", kStop, serviceName);
+        LogW(L"%S service %s stop pending", kStop, serviceName);
         ::Sleep(PollInterval(status.dwWaitHint));
         if (!Query(service.get(), status)) {
             result = LogQueryFailure(kStop, serviceName);
             break;
         }
         if (status.dwCurrentState == SERVICE_STOPPED) {
-            LogW(L"%s service %s is stoped", kStop, serviceName);
+            LogW(L"%S service %s is stoped", kStop, serviceName);
             return result;
         }
         if (MoreThan(kStopBoundMs, startTick, ::GetTickCount())) {
             // The stop request below still goes out.
-            LogW(L"%s service %s stop timeout", kStop, serviceName);
+            LogW(L"%S service %s stop timeout", kStop, serviceName);
             result = ERROR_TIMEOUT;
             break;
         }
     }
     if (status.dwCurrentState == SERVICE_STOPPED) {
-        LogW(L"%s service %s is stoped", kStop, serviceName);
+        LogW(L"%S service %s is stoped", kStop, serviceName);
         return result;
     }
 
@@ -194,7 +192,7 @@ extern "C" DWORD WINAPI ZN_StopService(LPCWSTR serviceName) {
         // a later request succeeds.
         result = error;
         if (error != ERROR_DEPENDENT_SERVICES_RUNNING) {
-            LogW(L"%s control of service %s error: %d", kStop, serviceName, error);
+            LogW(L"%S control of service %s error: %d", kStop, serviceName, error);
             break;
         }
         ::Sleep(kDependantRetryMs);
@@ -208,11 +206,11 @@ extern "C" DWORD WINAPI ZN_StopService(LPCWSTR serviceName) {
         }
         if (status.dwCurrentState == SERVICE_STOPPED) break;
         if (MoreThan(kStopBoundMs, startTick, ::GetTickCount())) {
-            LogW(L"%s service %s stop timeout", kStop, serviceName);
+            LogW(L"%S service %s stop timeout", kStop, serviceName);
             return ERROR_TIMEOUT;
         }
     }
 
-    if (result == ERROR_SUCCESS) LogW(L"%s service %s stop successfully", kStop, serviceName);
+    if (result == ERROR_SUCCESS) LogW(L"%S service %s stop successfully", kStop, serviceName);
     return result;
 }
