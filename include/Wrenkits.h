@@ -536,7 +536,9 @@ WRENKITS_API DWORD WINAPI ZN_StartService(LPCWSTR serviceName);
 /* Stops a service after its active dependants and waits up to 30 seconds; returns 0, 1460 on timeout, 1051 when a
    dependant refused the first request, 87 for a null or empty name, or the error. */
 WRENKITS_API DWORD WINAPI ZN_StopService(LPCWSTR serviceName);
-/* Writes an auto-start service key straight into the registry of the installation on a drive (null or empty display name and description default to the service name); returns 0, 87, or the error. */
+/* Writes an auto-start service key straight into the registry of the installation on a drive (null or empty display
+   name and description default to the service name); returns 0, 87 (no letter, null or empty name or image path; not
+   logged), 206 when the key or hive path would pass 259 characters, the hive mount's error, or the registry error. */
 WRENKITS_API DWORD WINAPI ZN_AddService(WCHAR driveLetter, LPCWSTR serviceName, LPCWSTR imagePath, LPCWSTR displayName, LPCWSTR description);
 
 #ifdef __cplusplus
