@@ -15,33 +15,33 @@ using wrenkits::unique_find;
 
 namespace {
 
-constexpr wchar_t kCreatePath[] = L"ZN_CreatePath";
-constexpr wchar_t kRemoveDirectory[] = L"ZN_RemoveDirectory";
-constexpr wchar_t kCopyFolder[] = L"ZN_CopyFolder";
-constexpr wchar_t kIsEmptyFolder[] = L"ZN_IsEmptyFolder";
-constexpr wchar_t kRegActiveX[] = L"ZN_RegActiveX";
+constexpr char kCreatePath[] = "ZN_CreatePath";
+constexpr char kRemoveDirectory[] = "ZN_RemoveDirectory";
+constexpr char kCopyFolder[] = "ZN_CopyFolder";
+constexpr char kIsEmptyFolder[] = "ZN_IsEmptyFolder";
+constexpr char kRegActiveX[] = "ZN_RegActiveX";
 
 using PathBuffer = wchar_t[kPathChars];
 
 // Forms a path into a 260-character buffer. A cut path would name some other file or
 // folder, which would then be deleted, overwritten or registered, so a path that does
 // not fit is logged and not used.
-bool FormPath(const wchar_t* who, PathBuffer& out, const wchar_t* format, ...) {
+bool FormPath(const char* who, PathBuffer& out, const wchar_t* format, ...) {
     va_list args;
     va_start(args, format);
     const int written = _vsnwprintf_s(out, kPathChars, _TRUNCATE, format, args);
     va_end(args);
     if (written >= 0) return true;
-    LogW(L"%s path longer than %d characters, skipped: %s", who, static_cast<int>(kPathChars - 1), out);
+    wrenkits::RefuseTooLong(who, "path", kPathChars - 1);
     return false;
 }
 
 bool IsDots(const wchar_t* name) { return wcscmp(name, L".") == 0 || wcscmp(name, L"..") == 0; }
 
-bool Refused(const wchar_t* who, const wchar_t* path) {
+bool Refused(const char* who, const wchar_t* path) {
     if (path && *path) return false;
     // An empty folder name would make every search below start at the current folder.
-    LogW(L"%s folder is empty", who);
+    wrenkits::RefuseInvalid(who, "folder");
     return true;
 }
 
@@ -153,9 +153,8 @@ extern "C" DWORD WINAPI ZN_CreatePath(LPCWSTR path) {
     if (::GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES) return ERROR_SUCCESS;  // a file of that name counts
     const size_t length = wcslen(path);
     if (length > kPathChars) {
-        LogW(L"%s path of %d characters is longer than %d", kCreatePath, static_cast<int>(length),
-             static_cast<int>(kPathChars));
-        return ERROR_INVALID_PARAMETER;
+        wrenkits::RefuseTooLong(kCreatePath, "path", kPathChars);
+        return ERROR_INVALID_PARAMETER;  // the long-standing code for this refusal
     }
     if (MakeFolder(path) == ERROR_SUCCESS) return ERROR_SUCCESS;
 
@@ -192,9 +191,9 @@ extern "C" DWORD WINAPI ZN_CreateFilePath(LPCWSTR filePath) {
 extern "C" DWORD WINAPI ZN_CreateFilePathA(LPCSTR filePath) {
     if (!filePath || !*filePath) return ERROR_SUCCESS;
     if (strlen(filePath) > kPathChars) return ERROR_INVALID_PARAMETER;
-    wchar_t wide[kPathChars + 1] = {};
-    if (!::MultiByteToWideChar(CP_ACP, 0, filePath, -1, wide, _countof(wide))) return ::GetLastError();
-    return CreateHoldingFolder(wide, [&] { LogA("%s file path %s is invalid", "ZN_CreateFilePathA", filePath); });
+    const wrenkits::WidePath wide(filePath);
+    if (wide.error()) return wrenkits::RefuseTooLong("ZN_CreateFilePathA", "file path", kPathChars - 1);
+    return CreateHoldingFolder(wide.get(), [&] { LogA("%s file path %s is invalid", "ZN_CreateFilePathA", filePath); });
 }
 
 extern "C" DWORD WINAPI ZN_RemoveDirectory(LPCWSTR path) {

@@ -27,14 +27,19 @@ constexpr DWORD kPlannedShutdownReason = 0x85000000;
 
 using PathBuffer = wchar_t[kPathChars];
 
-// Mounts one hive of the target as ZNRegKey, logging a failed load in the step's words.
-DWORD MountTargetHive(MountedHive& hive, const wchar_t* step, const wchar_t* windows, const wchar_t* hiveFormat) {
-    PathBuffer path;
-    FormatPathW(path, hiveFormat, windows);
-    const DWORD result = hive.Mount(path, kMountName);
-    if (result != ERROR_SUCCESS) LogW(L"%s load %s error: %d", step, path, result);
-    return result;
-}
+// One hive of the target, mounted as ZNRegKey for one step; a failed load is logged
+// in the step's words.
+class TargetHive : public MountedHive {
+public:
+    TargetHive(const wchar_t* step, const wchar_t* hivePath) : MountedHive(hivePath, kMountName) {
+        if (result() != ERROR_SUCCESS) LogW(L"%s load %s error: %d", step, hivePath, result());
+    }
+};
+
+struct HivePath {
+    HivePath(const wchar_t* format, const wchar_t* windows) { FormatPathW(text, format, windows); }
+    PathBuffer text;
+};
 
 DWORD UnmountLoggingFailure(MountedHive& hive, const char* step) {
     const DWORD result = hive.Unmount();
@@ -43,8 +48,8 @@ DWORD UnmountLoggingFailure(MountedHive& hive, const char* step) {
 }
 
 DWORD RepairRegForIE(const wchar_t* windows) {
-    MountedHive hive;
-    if (const DWORD result = MountTargetHive(hive, L"RepairRegForIE", windows, kSoftwareHive)) return result;
+    TargetHive hive(L"RepairRegForIE", HivePath(kSoftwareHive, windows).text);
+    if (!hive) return hive.result();
     for (const wchar_t* format : {L"%s\\Microsoft\\Windows\\CurrentVersion\\Policies",
                                   L"%s\\Wow6432Node\\Microsoft\\Windows\\CurrentVersion\\Policies"}) {
         PathBuffer keyPath;
@@ -64,9 +69,9 @@ DWORD RepairRegForIE(const wchar_t* windows) {
 // planned, commented shutdown, so the first start asks nobody why it stopped.
 DWORD RepairShutdownEvent(const wchar_t* windows) {
     constexpr wchar_t kStep[] = L"RepairShutdownEvent";
-    MountedHive hive;
-    const DWORD mounted = MountTargetHive(hive, kStep, windows, kSoftwareHive);
-    if (mounted != ERROR_SUCCESS) return mounted;
+    TargetHive hive(kStep, HivePath(kSoftwareHive, windows).text);
+    const DWORD mounted = hive.result();
+    if (!hive) return mounted;
 
     PathBuffer keyPath;
     FormatPathW(keyPath, L"%s\\microsoft\\windows\\currentversion\\Reliability", kMountName);
@@ -103,7 +108,7 @@ DWORD RepairBootstat(const wchar_t* windows) {
     constexpr wchar_t kStep[] = L"RepairBootstat";
     PathBuffer path;
     FormatPathW(path, L"%s\\bootstat.dat", windows);
-    unique_file file(::CreateFileW(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+    unique_handle file(::CreateFileW(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                    FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
         const DWORD error = ::GetLastError();
@@ -130,8 +135,8 @@ DWORD RepairBootstat(const wchar_t* windows) {
 // devices are dropped from every control set.
 DWORD RemoveRegistryUnderSystemHive(const wchar_t* windows) {
     constexpr wchar_t kStep[] = L"RemoveRegistryUnderSystemHive";
-    MountedHive hive;
-    if (const DWORD result = MountTargetHive(hive, kStep, windows, kSystemHive)) return result;
+    TargetHive hive(kStep, HivePath(kSystemHive, windows).text);
+    if (!hive) return hive.result();
     // An offline hive has no CurrentControlSet link; its failed open is logged like any other.
     for (const wchar_t* controlSet : {L"CurrentControlSet", L"ControlSet001", L"ControlSet002"}) {
         PathBuffer keyPath;
@@ -152,8 +157,8 @@ DWORD RemoveRegistryUnderSystemHive(const wchar_t* windows) {
 
 DWORD RepairIntelRST(const wchar_t* windows) {
     constexpr wchar_t kStep[] = L"RepairIntelRST";
-    MountedHive hive;
-    if (const DWORD result = MountTargetHive(hive, kStep, windows, kSoftwareHive)) return result;
+    TargetHive hive(kStep, HivePath(kSoftwareHive, windows).text);
+    if (!hive) return hive.result();
     PathBuffer keyPath;
     FormatPathW(keyPath, L"%s\\Wow6432Node\\Intel\\irstrt\\Parameters", kMountName);
     unique_hkey key;  // never created: a machine without the driver has nothing to repair
@@ -229,10 +234,7 @@ public:
 
 extern "C" DWORD WINAPI ZN_RepairFileRegistry(WCHAR driveLetter, DWORD majorVersion, DWORD minorVersion) {
     constexpr char kName[] = "ZN_RepairFileRegistry";
-    if (!IsDriveLetter(driveLetter)) {
-        LogA("%s drive letter is invalid", kName);
-        return ERROR_INVALID_PARAMETER;
-    }
+    if (!IsDriveLetter(driveLetter)) return RefuseInvalid(kName, "drive letter");
     wchar_t windows[kPathChars];
     if (!ReadWindowsFolder(windows)) {
         const DWORD error = ::GetLastError();

@@ -2,6 +2,8 @@
 // running installation, or of an offline one whose software hive is mounted for it.
 #include <wchar.h>
 
+#include <optional>
+
 #include "Wrenkits.h"
 #include "frame/log.h"
 #include "frame/text.h"
@@ -39,7 +41,7 @@ public:
         FormatPathW(hivePath, L"%s\\system32\\config\\software", windows);
         hivePath[0] = letter;
         if (enableBeforeMount) ZN_EnableBackupRestorePrivilege();
-        result = hive_.Mount(hivePath, kMountName);
+        result = hive_.emplace(hivePath, kMountName).result();
         if (result != ERROR_SUCCESS) {
             LogW(L"%s load %s error: %d", name, hivePath, result);
             return false;
@@ -50,7 +52,7 @@ public:
     const wchar_t* keyPath() const { return keyPath_; }
 
 private:
-    MountedHive hive_;
+    std::optional<MountedHive> hive_;
     wchar_t keyPath_[kPathChars] = {};
 };
 
@@ -65,11 +67,8 @@ extern "C" DWORD WINAPI ZN_AddStartupProcess(WCHAR driveLetter, LPCWSTR valueNam
 
     // The caller supplies any blank between the program and its arguments.
     wchar_t data[kDataChars];
-    if (_snwprintf_s(data, kDataChars, _TRUNCATE, L"\"%s\"%s", programPath, arguments ? arguments : L"") < 0) {
-        LogW(L"%s data for %s longer than %d characters, not written", kName, valueName,
-             static_cast<int>(kDataChars - 1));
-        return ERROR_FILENAME_EXCED_RANGE;
-    }
+    if (!FormatWholeW(data, kDataChars, L"\"%s\"%s", programPath, arguments ? arguments : L""))
+        return RefuseTooLong("ZN_AddStartupProcess", "program and arguments", kDataChars - 1);
 
     DWORD result = ERROR_SUCCESS;
     RunKeyTarget target;

@@ -187,7 +187,7 @@ TEST_F(RepairFileRegistry, EachStepDoesItsJobOnTheOfflineInstallation) {
         {.name = "Windows folder unknown: nothing done", .windows = L"", .result = ERROR_ACCESS_DENIED,
          .bootFlagSet = false, .calls = {}, .log = {"ZN_RepairFileRegistry get windows directory error: 5"}},
         {.name = "not a letter", .letter = L'1', .fixture = L'T', .windows = L"", .result = ERROR_INVALID_PARAMETER, .bootFlagSet = false,
-         .calls = {}, .log = {"ZN_RepairFileRegistry drive letter is invalid"}},
+         .calls = {}, .log = {"ZN_RepairFileRegistry refused: drive letter is missing or not valid"}},
     };
     for (const RepairCase& c : cases) Check(c);
 }
