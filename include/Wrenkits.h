@@ -510,25 +510,31 @@ WRENKITS_API DWORD WINAPI ZN_ShowProcessWind(DWORD processId);
 /* Service: SCM control, bounded start and stop, offline registration       */
 /* ------------------------------------------------------------------------ */
 
-/* Returns TRUE when the service can be opened. */
+/* Returns TRUE when the service can be opened; FALSE otherwise, also for a null or empty name. */
 WRENKITS_API BOOL WINAPI ZN_ServiceInstalled(LPCWSTR serviceName);
-/* Returns TRUE when the service is running or start pending. */
+/* Returns TRUE when the service is running or start pending; FALSE otherwise (paused, stopped, a null or empty name). */
 WRENKITS_API BOOL WINAPI ZN_ServiceIsRunning(LPCWSTR serviceName);
-/* Installs an auto-start own-process service with a description; returns 0 or the error. */
+/* Installs an auto-start own-process service with a description; returns 0, 87 for a null or empty name or binary path,
+   1073 when it exists, or the manager's error. */
 WRENKITS_API DWORD WINAPI ZN_InstallService(LPCWSTR serviceName, LPCWSTR description, LPCWSTR binaryPath);
-/* Installs an auto-start service of the given SERVICE_* type with a description; returns 0 or the error. */
+/* Installs an auto-start service of the given SERVICE_* type with a description; returns 0, 87 for a null or empty name
+   or binary path, 1073 when it exists, or the manager's error. */
 WRENKITS_API DWORD WINAPI ZN_InstallServiceEx(LPCWSTR serviceName, LPCWSTR description, LPCWSTR binaryPath, DWORD serviceType);
-/* Sends a stop request and deletes the service; returns 0 or the error. */
+/* Sends a stop request and deletes the service; returns 0, 87 for a null or empty name, 1060 when unknown, or the error. */
 WRENKITS_API DWORD WINAPI ZN_RemoveService(LPCWSTR serviceName);
 /* Starts (1), stops (2) or stops and deletes (3) a service without waiting; returns 0, 87 for an empty name, 50 for another operation, or the error. */
 WRENKITS_API DWORD WINAPI ZN_ControlService(LPCWSTR serviceName, WORD operation);
-/* Registers and starts a demand-start kernel driver; returns 0 or the error. */
+/* Registers and starts a demand-start kernel driver (an existing or running one is fine); returns 0, 87 for a null or
+   empty name or path, 1072 when it stays marked for deletion, or the error. */
 WRENKITS_API DWORD WINAPI ZN_LoadNtDriver(LPCSTR driverName, LPCSTR driverPath);
-/* Stops and deletes a kernel driver service; returns 0, or the manager/service open error. */
+/* Stops and deletes a kernel driver service; returns 0 (also when the deletion fails), 87 for a null or empty name,
+   or the manager/service open error. */
 WRENKITS_API DWORD WINAPI ZN_RemoverNtDriver(LPCSTR driverName);
-/* Starts a service and waits, bounded by its progress reports, until it runs; returns 0 (also when it did not reach running in time), 1460, or the error. */
+/* Starts a service and waits, bounded by its progress reports, until it runs; returns 0 (also when it did not reach
+   running in time), 1460 when a stop in progress stalls, 87 for a null or empty name, or the error. */
 WRENKITS_API DWORD WINAPI ZN_StartService(LPCWSTR serviceName);
-/* Stops a service after its active dependants and waits up to 30 seconds; returns 0, 1460 on timeout, or the error. */
+/* Stops a service after its active dependants and waits up to 30 seconds; returns 0, 1460 on timeout, 1051 when a
+   dependant refused the first request, 87 for a null or empty name, or the error. */
 WRENKITS_API DWORD WINAPI ZN_StopService(LPCWSTR serviceName);
 /* Writes an auto-start service key straight into the registry of the installation on a drive (null or empty display name and description default to the service name); returns 0, 87, or the error. */
 WRENKITS_API DWORD WINAPI ZN_AddService(WCHAR driveLetter, LPCWSTR serviceName, LPCWSTR imagePath, LPCWSTR displayName, LPCWSTR description);
