@@ -257,3 +257,21 @@ extern "C" DWORD WINAPI ZN_RepairFileRegistry(WCHAR driveLetter, DWORD majorVers
     if (majorVersion == 6 && minorVersion >= 2) RemoveADFiles(windows);
     return ERROR_SUCCESS;
 }
+
+extern "C" DWORD WINAPI ZN_ReCopyNtdsFiles(LPCWSTR sourceFolder, WCHAR destinationLetter) {
+    constexpr char kName[] = "ZN_ReCopyNtdsFiles";
+    if (!sourceFolder || !*sourceFolder) return RefuseInvalid(kName, "source folder");
+    if (!IsDriveLetter(destinationLetter)) return RefuseInvalid(kName, "destination letter");
+    // The same folder on the other letter.
+    PathBuffer destination;
+    if (!FormatWholeW(destination, kPathChars, L"%c%s", destinationLetter, sourceFolder + 1))
+        return RefuseTooLong(kName, "source folder", kPathChars - 1);
+    LogW(L"%S ==> %s", kName, destination);
+
+    // The database files are only consistent while the directory service is stopped.
+    DWORD result = ZN_StopService(L"NTDS");
+    if (result == ERROR_TIMEOUT) result = ZN_StopService(L"NTDS");
+    if (result != ERROR_SUCCESS) return result;
+    ZN_CopyFolder(sourceFolder, destination);
+    return ZN_StartService(L"NTDS");
+}

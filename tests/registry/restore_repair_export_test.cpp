@@ -13,6 +13,7 @@
 #include "support/log_capture.h"
 #include "support/registry_fixture.h"
 #include "support/wine_env.h"
+#include "service/service_test_support.h"
 
 namespace {
 
@@ -190,6 +191,69 @@ TEST_F(RepairFileRegistry, EachStepDoesItsJobOnTheOfflineInstallation) {
          .calls = {}, .log = {"ZN_RepairFileRegistry refused: drive letter is missing or not valid"}},
     };
     for (const RepairCase& c : cases) Check(c);
+}
+
+// The directory database is re-copied while a service double named NTDS is stopped.
+struct NtdsCase {
+    const char* name;
+    const wchar_t* source = L"S:\\windows\\NTDS";
+    WCHAR letter = L't';
+    const wchar_t* options = L"";  // the double's; null: no NTDS service at all
+    bool stopPending = false;     // a stop that never ends is under way
+    DWORD result = 0;
+    Lines copied = {}, log = {};
+};
+
+TEST(ReCopyNtdsFiles, StopsCopiesToTheOtherLetterAndStarts) {
+    const std::string stopped = "ZN_StopService service NTDS stop pending";
+    Lines stall(16, stopped);
+    stall.insert(stall.end(), {"ZN_StopService service NTDS stop timeout",
+                               "ZN_StopService control of service NTDS error: 1061", "ZN_StopService service NTDS stop timeout"});
+    Lines twice = {"ZN_ReCopyNtdsFiles ==> t:\\windows\\NTDS"};
+    twice.insert(twice.end(), stall.begin(), stall.end());
+    twice.insert(twice.end(), stall.begin(), stall.end());
+    const NtdsCase cases[] = {
+        {.name = "running: stopped, copied, started", .copied = {"windows\\", "windows\\NTDS\\", "windows\\NTDS\\edb.log",
+                                                                  "windows\\NTDS\\ntds.dit"},
+         .log = {"ZN_ReCopyNtdsFiles ==> t:\\windows\\NTDS", "ZN_StopService service NTDS stop successfully",
+                 "ZN_StartService start service NTDS is pendding", "ZN_StartService start service NTDS successfully"}},
+        {.name = "a stop that times out twice: 1460, nothing copied", .options = L"--hold-stop 20000",
+         .stopPending = true, .result = ERROR_TIMEOUT, .log = twice},
+        {.name = "no such service", .options = nullptr, .result = ERROR_SERVICE_DOES_NOT_EXIST,
+         .log = {"ZN_ReCopyNtdsFiles ==> t:\\windows\\NTDS", "ZN_StopService open service NTDS error: 1060"}},
+        {.name = "no source", .source = L"", .result = 87,
+         .log = {"ZN_ReCopyNtdsFiles refused: source folder is missing or not valid"}},
+        {.name = "no letter", .letter = L'2', .result = 87,
+         .log = {"ZN_ReCopyNtdsFiles refused: destination letter is missing or not valid"}},
+    };
+    for (const NtdsCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        wrtest::ClearDrive(L'S'), wrtest::ClearDrive(L'T');
+        wrtest::MakeDirs(L"S:\\windows\\NTDS");
+        for (const wchar_t* file : {L"S:\\windows\\NTDS\\ntds.dit", L"S:\\windows\\NTDS\\edb.log"})
+            ASSERT_TRUE(wrtest::WriteFileBytes(file, "db"));
+        std::optional<svctest::TestService> ntds;
+        if (c.options) {
+            ntds.emplace(L"NTDS", c.options);
+            ntds->Start();
+            if (c.stopPending) {
+                EXPECT_EQ(0u, ntds->Send(SERVICE_CONTROL_STOP));
+            }
+        }
+        std::optional<svctest::FakeClock> clock;
+        if (c.stopPending) clock.emplace();
+        wrtest::LogCapture log;
+        EXPECT_EQ(c.result, ZN_ReCopyNtdsFiles(c.source, c.letter));
+        const auto target = wrtest::ListTree(L"T:");
+        EXPECT_EQ(c.copied, Lines(target.begin(), target.end()));
+        Lines logged;
+        for (const std::string& m : log.Messages()) logged.push_back(m.substr(10));
+        EXPECT_EQ(c.log, logged);
+        if (ntds && !c.stopPending) {
+            EXPECT_EQ(DWORD(SERVICE_RUNNING), ntds->state());
+        }
+    }
+    wrtest::ClearDrive(L'S'), wrtest::ClearDrive(L'T');
 }
 
 }  // namespace
