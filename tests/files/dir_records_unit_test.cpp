@@ -3,7 +3,6 @@
 
 #include <string.h>
 
-#include <functional>
 #include <string>
 
 #include "Wrenkits.h"
@@ -34,105 +33,76 @@ DirEntryRecord Entry() {
     return e;
 }
 
-std::string Text(const wchar_t* s, size_t n) { return wmemchr(s, 0, n) ? "'" + std::string(s, s + wcslen(s)) + "'" : "<unterminated>"; }
+std::string Text(const wchar_t* s, size_t n) { return wmemchr(s, 0, n) ? "'" + std::string(s, s + wcslen(s)) + "'" : "?"; }
 
+// Every field of an entry record; "untouched" for a record still all poison.
 std::string Show(const DirEntryRecord& e) {
+    const auto poison = Poisoned<DirEntryRecord>();
+    if (!memcmp(&e, &poison, sizeof e)) return "untouched";
     char out[256];
     snprintf(out, sizeof out, "%lu %lu %llu %llu %llu | %lu %lu %lx %lx %lu %lu %lu %lu | %u %u %u %x | %s %llx %u %s", e.E1,
              e.E2, e.E3, e.E4, e.E5, e.E6, e.E7, e.E8, e.E9, e.E10, e.E11, e.E12, e.E13, e.E14, e.E15, e.E16, e.E17,
              Text(e.E18, 14).c_str(), e.E19, e.E20, Text(e.E21, 260).c_str());
     return out;
 }
-std::string Show(const DirDataRecord& c) {
-    char out[256];
-    snprintf(out, sizeof out, "%lu %lu %llu %llu %llu | %lu %lu %lu %lu %lu %lu | %u %u %u %x %u %s", c.C1, c.C2, c.C3,
-             c.C4, c.C5, c.C6, c.C7, c.C8, c.C9, c.C10, c.C11, c.C12, c.C13, c.C14, c.C15, c.C16,
-             Text(c.C17, 260).c_str());
-    return out;
+
+// Layout 1 to the entry record; the round trip shows the older record's fourth 16-bit field too.
+std::string FromLayout1(DWORD attributes, const wchar_t* name, DWORD& result, bool back = false) {
+    auto c = Older12<DirDataRecord>(attributes);
+    c.C16 = 16, wcsncpy(c.C17, name, 260);
+    auto e = Poisoned<DirEntryRecord>();
+    result = ZN_CopyDirData(&c, &e, TRUE);
+    if (back) result |= ZN_CopyDirData(&c, &e, FALSE);
+    return Show(e) + (back ? " / C15 " + std::to_string(c.C15) + " C17 " + Text(c.C17, 260) : "");
 }
 
-struct ConvertCase {
-    const char* name;
-    std::function<std::string(DWORD&)> convert;  // runs the converter, shows the record written
-    DWORD result;
-    std::string shown;
-};
+// The entry record to layout 2 or 3 and back into a fresh entry record.
+template <typename Older, typename Convert>
+std::string ThroughOlder(Convert convert, DWORD& result, bool twice = false) {
+    auto c = Poisoned<Older>();
+    auto e = Entry(), back = Poisoned<DirEntryRecord>();
+    result = convert(&c, &e, FALSE);
+    const Older first = c;
+    result |= convert(&c, &back, TRUE);
+    if (twice) result |= convert(&c, &back, FALSE);
+    return Show(back) + (twice && memcmp(&first, &c, sizeof c) ? " changed" : "");
+}
 
 TEST(CopyDirData, ConvertersMoveEveryFieldToItsPlace) {
-    const ConvertCase cases[] = {
-        {"layout 1 folder: E8/E9 repeat C6/C8, 0x100 added, no short name, E19 untouched",
-         [](DWORD& r) {
-             auto c = Older12<DirDataRecord>(16);
-             c.C16 = 16, wcscpy(c.C17, L"folder");
-             auto e = Poisoned<DirEntryRecord>();
-             r = ZN_CopyDirData(&c, &e, TRUE);
-             return Show(e);
-         },
-         0, "1 16 3 4 5 | 6 7 6 8 8 9 10 11 | 12 13 14 10f | '' bdbdbdbdbdbdbdbd 16 'folder'"},
-        {"layout 1 file: E8 and E9 stay 0",
-         [](DWORD& r) {
-             auto c = Older12<DirDataRecord>(FILE_ATTRIBUTE_ARCHIVE);
-             c.C16 = 16, wcscpy(c.C17, L"a.txt");
-             auto e = Poisoned<DirEntryRecord>();
-             r = ZN_CopyDirData(&c, &e, TRUE);
-             return Show(e);
-         },
-         0, "1 32 3 4 5 | 6 7 0 0 8 9 10 11 | 12 13 14 10f | '' bdbdbdbdbdbdbdbd 16 'a.txt'"},
-        {"layout 1 round trip: the fourth 16-bit field comes back with 0x100",
-         [](DWORD& r) {
-             auto c = Older12<DirDataRecord>(16);
-             c.C16 = 16, wcscpy(c.C17, L"folder");
-             auto e = Poisoned<DirEntryRecord>();
-             r = ZN_CopyDirData(&c, &e, TRUE) | ZN_CopyDirData(&c, &e, FALSE);
-             return Show(c);
-         },
-         0, "1 16 3 4 5 | 6 7 8 9 10 11 | 12 13 14 10f 16 'folder'"},
-        {"entry to layout 2: E8, E9, E19 dropped, short name and E20 carried",
-         [](DWORD& r) {
-             auto c = Poisoned<DirDataXRecord>();
-             auto e = Entry();
-             r = ZN_CopyDirDataX(&c, &e, FALSE);
-             auto back = Poisoned<DirEntryRecord>();
-             ZN_CopyDirDataX(&c, &back, TRUE);
-             return Show(back);
-         },
-         0, "1 16 3 4 5 | 6 7 6 a 10 11 12 13 | 14 15 16 117 | 'FOLDER~1' bdbdbdbdbdbdbdbd 20 'folder'"},
-        {"layout 3 round trip changes nothing; towards the entry E19 is 0 and E17 unmarked",
-         [](DWORD& r) {
-             auto c = Poisoned<DirDataX2Record>();
-             auto e = Entry();
-             r = ZN_CopyDirDataX2(&c, &e, FALSE);
-             const auto before = c;
-             auto back = Poisoned<DirEntryRecord>();
-             r |= ZN_CopyDirDataX2(&c, &back, TRUE) | ZN_CopyDirDataX2(&c, &back, FALSE);
-             return Show(back) + (memcmp(&before, &c, sizeof c) ? " changed" : " same");
-         },
-         0, "1 16 3 4 5 | 6 7 88 99 10 11 12 13 | 14 15 16 17 | 'FOLDER~1' 0 20 'folder' same"},
-        {"null pointers: 87, nothing written",
-         [](DWORD& r) {
-             auto c = Poisoned<DirDataRecord>();
-             auto e = Poisoned<DirEntryRecord>();
-             r = ZN_CopyDirData(nullptr, &e, TRUE) | ZN_CopyDirData(&c, nullptr, FALSE) |
-                 ZN_CopyDirDataX(nullptr, &e, TRUE) | ZN_CopyDirDataX2(nullptr, &e, TRUE) |
-                 ZN_CopyDirDataX2(reinterpret_cast<DirDataX2Record*>(&c), nullptr, FALSE);
-             return Show(e) == Show(Poisoned<DirEntryRecord>()) ? "untouched" : Show(e);
-         },
-         87, "untouched"},
-        {"a name without its terminator: 206, nothing written",
-         [](DWORD& r) {
-             auto c = Older12<DirDataRecord>(16);
-             wmemset(c.C17, L'n', 260);
-             auto e = Poisoned<DirEntryRecord>();
-             r = ZN_CopyDirData(&c, &e, TRUE);
-             return Show(e) == Show(Poisoned<DirEntryRecord>()) ? "untouched" : Show(e);
-         },
-         206, "untouched"},
+    DWORD r = 0xdeadbeef;
+    const auto nulls = [](DWORD& r) {
+        auto c = Poisoned<DirDataRecord>();
+        auto e = Poisoned<DirEntryRecord>();
+        r = ZN_CopyDirData(nullptr, &e, TRUE) | ZN_CopyDirData(&c, nullptr, FALSE) | ZN_CopyDirDataX(nullptr, &e, TRUE) |
+            ZN_CopyDirDataX2(nullptr, &e, TRUE);
+        return Show(e);
     };
-    for (const ConvertCase& c : cases) {
+    const std::wstring unterminated(260, L'n');
+    const struct {
+        const char* name;
+        std::string shown;
+        DWORD result;
+        std::string expected;
+        DWORD expectedResult = 0;
+    } cases[] = {
+        {"layout 1 folder: E8/E9 repeat C6/C8, 0x100 added, no short name, E19 untouched", FromLayout1(16, L"folder", r), r,
+         "1 16 3 4 5 | 6 7 6 8 8 9 10 11 | 12 13 14 10f | '' bdbdbdbdbdbdbdbd 16 'folder'"},
+        {"layout 1 file: E8 and E9 stay 0; round trip keeps the 0x100 bit", FromLayout1(32, L"a.txt", r, true), r,
+         "1 32 3 4 5 | 6 7 0 0 8 9 10 11 | 12 13 14 10f | '' bdbdbdbdbdbdbdbd 16 'a.txt' / C15 271 C17 'a.txt'"},
+        {"entry to layout 2 and back: E8, E9, E19 dropped, short name and E20 carried",
+         ThroughOlder<DirDataXRecord>(ZN_CopyDirDataX, r), r,
+         "1 16 3 4 5 | 6 7 6 a 10 11 12 13 | 14 15 16 117 | 'FOLDER~1' bdbdbdbdbdbdbdbd 20 'folder'"},
+        {"layout 3 round trip changes nothing; towards the entry E19 is 0 and E17 unmarked",
+         ThroughOlder<DirDataX2Record>(ZN_CopyDirDataX2, r, true), r,
+         "1 16 3 4 5 | 6 7 88 99 10 11 12 13 | 14 15 16 17 | 'FOLDER~1' 0 20 'folder'"},
+        {"null pointers: 87, nothing written", nulls(r), r, "untouched", 87},
+        {"a name without its terminator: 206, nothing written", FromLayout1(16, unterminated.c_str(), r), r, "untouched",
+         206},
+    };
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        DWORD result = 0xdeadbeef;
-        EXPECT_EQ(c.shown, c.convert(result));
-        EXPECT_EQ(c.result, result);
+        EXPECT_EQ(c.expected, c.shown);
+        EXPECT_EQ(c.expectedResult, c.result);
     }
 }
 
