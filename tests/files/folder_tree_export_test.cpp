@@ -2,6 +2,7 @@
 // tree with a read-only file and a junction, the emptiness test and ActiveX registration.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <set>
 #include <string>
@@ -127,17 +128,12 @@ struct TreeCase {
 TEST_F(FolderTree, TreesAreRemovedCopiedAndTestedWithoutEnteringJunctions) {
     const Lines tree = {"tree\\", "tree\\junction\\", "tree\\junction\\keep.txt=keep", "tree\\only\\",
                         "tree\\only\\junction\\", "tree\\ro.txt=new", "tree\\sub\\", "tree\\sub\\b.txt=new"};
-    auto with = [&](Lines extra) {
-        extra.insert(extra.end(), tree.begin(), tree.end());
-        std::sort(extra.begin(), extra.end());
-        return extra;
-    };
-    const Lines copied = {"copy\\", "copy\\junction\\", "copy\\junction\\keep.txt=keep", "copy\\only\\",
-                          "copy\\only\\junction\\", "copy\\ro.txt=new", "copy\\sub\\"};
+    // The tree copied beside itself, the copy's b.txt holding `b`.
     auto copyWith = [&](const std::string& b) {
-        Lines l = copied;
-        l.push_back("copy\\sub\\b.txt=" + b);
-        return with(l);
+        Lines out = tree;
+        for (const std::string& e : tree) out.push_back(e == "tree\\sub\\b.txt=new" ? "copy\\sub\\b.txt=" + b : "copy" + e.substr(4));
+        std::sort(out.begin(), out.end());
+        return out;
     };
     const TreeCase cases[] = {
         {"remove: read-only file gone, the junction's target untouched", [] { return ZN_RemoveDirectory(L"S:\\tree"); },
@@ -146,13 +142,10 @@ TEST_F(FolderTree, TreesAreRemovedCopiedAndTestedWithoutEnteringJunctions) {
          copyWith("new")},
         {"copy-ex with failIfExists keeps target files", [] { return ZN_CopyFolderEx(L"S:\\tree", L"S:\\copy", TRUE); },
          0, copyWith("old")},
-        {"copy-ex without failIfExists overwrites", [] { return ZN_CopyFolderEx(L"S:\\tree", L"S:\\copy", FALSE); }, 0,
-         copyWith("new")},
         {"only a junction: empty", [] { return DWORD(ZN_IsEmptyFolder(L"S:\\tree\\only\\")); }, 1, tree},
         {"a file inside: not empty", [] { return DWORD(ZN_IsEmptyFolder(L"S:\\tree\\sub\\")); }, 0, tree},
         {"no trailing backslash: the parent holds names starting so", [] { return DWORD(ZN_IsEmptyFolder(L"S:\\tree\\su")); },
          0, tree},
-        {"nothing of that name: empty", [] { return DWORD(ZN_IsEmptyFolder(L"S:\\tree\\zz")); }, 1, tree},
         {"empty folder name refused", [] { return ZN_RemoveDirectory(L""); }, 87, tree,
          {"ZN_RemoveDirectory refused: folder is missing or not valid"}},
     };

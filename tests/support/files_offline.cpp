@@ -91,15 +91,11 @@ void DumpKey(HKEY key, const std::string& path, std::set<std::string>& out) {
 
 }  // namespace
 
-struct SavingHiveCalls::Hooks {
-    ImportHook load{"advapi32.dll", "RegLoadKeyW", reinterpret_cast<void*>(LoadKey)};
-    ImportHook unload{"advapi32.dll", "RegUnLoadKeyW", reinterpret_cast<void*>(UnloadKey)};
-};
-
-SavingHiveCalls::SavingHiveCalls() : hooks_(std::make_unique<Hooks>()) {
-    g = {hooks_->load.original<LoadFn>(), hooks_->unload.original<UnloadFn>(), {}, {}};
+SavingHiveCalls::SavingHiveCalls()
+    : load_("advapi32.dll", "RegLoadKeyW", reinterpret_cast<void*>(LoadKey)),
+      unload_("advapi32.dll", "RegUnLoadKeyW", reinterpret_cast<void*>(UnloadKey)) {
+    g = {load_.original<LoadFn>(), unload_.original<UnloadFn>(), {}, {}};
 }
-SavingHiveCalls::~SavingHiveCalls() = default;
 std::vector<std::string> SavingHiveCalls::calls() const { return g.calls; }
 
 std::set<std::string> DumpHive(const std::wstring& file) {

@@ -4,10 +4,11 @@
 
 #include <windows.h>
 
-#include <memory>
 #include <set>
 #include <string>
 #include <vector>
+
+#include "support/import_hook.h"
 
 namespace wrtest {
 
@@ -17,12 +18,10 @@ namespace wrtest {
 class SavingHiveCalls {
 public:
     SavingHiveCalls();
-    ~SavingHiveCalls();
     std::vector<std::string> calls() const;
 
 private:
-    struct Hooks;
-    std::unique_ptr<Hooks> hooks_;
+    ImportHook load_, unload_;
 };
 
 // Every key ("Policies\System") and value ("Shutdown\ReasonCode = dword:85000000")
