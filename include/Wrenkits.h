@@ -358,29 +358,29 @@ WRENKITS_API HRESULT WINAPI ZN_GetBitLockerVolumes(LPDWORD letterMask);
 /* Files: folder trees, path write check, directory record conversion       */
 /* ------------------------------------------------------------------------ */
 
-/* Creates a folder with all missing parents (local or UNC); returns 0, 87 when too long, or the creation error. */
+/* Creates a folder with all missing parents (local or UNC); 0 also for NULL/empty or anything existing, 87 over 260 characters, else the creation error. */
 WRENKITS_API DWORD WINAPI ZN_CreatePath(LPCWSTR path);
-/* Creates the folder that is to hold filePath; returns 0, 87 when too long or without a backslash, or the creation error. */
+/* Creates the folder that is to hold filePath; 0 for NULL/empty, 87 over 260 characters or without a backslash, else ZN_CreatePath's result. */
 WRENKITS_API DWORD WINAPI ZN_CreateFilePath(LPCWSTR filePath);
-/* Narrow twin of ZN_CreateFilePath; same results. */
+/* Narrow twin of ZN_CreateFilePath; same results, and 206 when the text does not convert into 260 wide characters. */
 WRENKITS_API DWORD WINAPI ZN_CreateFilePathA(LPCSTR filePath);
-/* Deletes a folder tree whatever its attributes, without entering junctions; always returns 0. */
+/* Deletes a folder tree whatever its attributes, without entering junctions; 0 (best effort), 87 for NULL/empty, 206 when the search pattern exceeds 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_RemoveDirectory(LPCWSTR path);
-/* Copies a folder tree, overwriting existing files; always returns 0. */
+/* Copies a folder tree, overwriting existing files; 0 (best effort), 87 for a NULL/empty folder, 206 when the search pattern exceeds 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_CopyFolder(LPCWSTR source, LPCWSTR target);
-/* Copies a folder tree, keeping existing files when failIfExists is non-zero; always returns 0. */
+/* Copies a folder tree, keeping existing files when failIfExists is non-zero; results as ZN_CopyFolder. */
 WRENKITS_API DWORD WINAPI ZN_CopyFolderEx(LPCWSTR source, LPCWSTR target, BOOL failIfExists);
-/* Returns TRUE when the folder (given with a trailing backslash) holds nothing but reparse points, or cannot be searched. */
+/* TRUE when the folder (given with a trailing backslash) holds nothing but reparse points, or cannot be searched (also NULL/empty or too long, logged). */
 WRENKITS_API BOOL WINAPI ZN_IsEmptyFolder(LPCWSTR folderWithSlash);
-/* Registers (or unregisters) every .ocx in a folder, and in its subfolders when recurse is non-zero, with regsvr32; always returns 0. */
+/* Registers (or unregisters) every .ocx in a folder, and in its subfolders when recurse is non-zero, with regsvr32; 0, 87 for NULL/empty, 206 when the folder exceeds 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_RegActiveX(LPCWSTR folder, DWORD recurse, DWORD unregister);
 /* Classifies a backup target folder and sets four flags: 1 usable, 0 network non-folder, 2 not writable, 3 invalid or unreachable, 4 no network, 5 access refused, 67 other connection error. */
 WRENKITS_API DWORD WINAPI ZN_CheckPath(LPCWSTR path, LPCWSTR user, LPCWSTR password, LPDWORD isNetwork, LPDWORD isOptical, LPDWORD isFolder, LPDWORD isNtfs);
-/* Converts between the short directory layout and the entry record (toEntry non-zero: older record to entry record); returns 0, or 87 for a NULL pointer. */
+/* Converts between the short directory layout and the entry record (toEntry non-zero: older record to entry record); 0, 87 for a NULL pointer, 206 for a name without its terminator (nothing written). */
 WRENKITS_API DWORD WINAPI ZN_CopyDirData(DirDataRecord *record, DirEntryRecord *entry, BOOL toEntry);
-/* Same conversion for the layout with a short name; returns 0, or 87 for a NULL pointer. */
+/* Same conversion for the layout with a short name; 0, 87 for a NULL pointer, 206 for an unterminated name or short name. */
 WRENKITS_API DWORD WINAPI ZN_CopyDirDataX(DirDataXRecord *record, DirEntryRecord *entry, BOOL toEntry);
-/* Field-for-field conversion for the layout without E19; returns 0, or 87 for a NULL pointer. */
+/* Field-for-field conversion for the layout without E19; 0, 87 for a NULL pointer, 206 for an unterminated name. */
 WRENKITS_API DWORD WINAPI ZN_CopyDirDataX2(DirDataX2Record *record, DirEntryRecord *entry, BOOL toEntry);
 
 /* ------------------------------------------------------------------------ */
@@ -480,13 +480,13 @@ WRENKITS_API DWORD WINAPI ZN_ShutDown(WORD exitFlags);
 WRENKITS_API DWORD WINAPI ZN_LoadRegistry(LPCWSTR hiveFile, LPCWSTR keyName);
 /* Unmounts HKEY_LOCAL_MACHINE\keyName, retrying once with the needed privileges; returns 0 or the error. */
 WRENKITS_API DWORD WINAPI ZN_UnLoadRegistry(LPCWSTR keyName);
-/* Adds a program (quoted path plus arguments, which may be NULL) to the machine Run list of the installation on a drive; returns 0, 87, or the error. */
+/* Adds a program (quoted path plus arguments, which may be NULL) to the machine Run list of the installation on a drive; 0, 87 (unlogged) for a non-letter or empty name/path, 206 over 519 characters of data, else the load/open/write error. */
 WRENKITS_API DWORD WINAPI ZN_AddStartupProcess(WCHAR driveLetter, LPCWSTR valueName, LPCWSTR programPath, LPCWSTR arguments);
-/* Removes a value from the machine Run list of the installation on a drive; returns 0, 87, or the error (2 when absent). */
+/* Removes a value from the machine Run list of the installation on a drive; 0, 87 (unlogged) for a non-letter or empty name, else the load/open/delete error (2 when absent). */
 WRENKITS_API DWORD WINAPI ZN_RemoveStartupProcess(WCHAR driveLetter, LPCWSTR valueName);
-/* Runs the post-restore repair series on the offline installation on a drive; returns 0, or the error when the Windows folder is unknown. */
+/* Runs the post-restore repair series on the offline installation on a drive; 0, 87 for a non-letter, or the error when the Windows folder is unknown. */
 WRENKITS_API DWORD WINAPI ZN_RepairFileRegistry(WCHAR driveLetter, DWORD majorVersion, DWORD minorVersion);
-/* Re-copies the directory-service database folder to the same folder on another drive while NTDS is stopped; returns the stop or start result. */
+/* Re-copies the directory-service database folder to the same folder on another drive while NTDS is stopped; the stop or start result (1460 after two timed-out stops), 87 for an empty source or non-letter, 206 when too long. */
 WRENKITS_API DWORD WINAPI ZN_ReCopyNtdsFiles(LPCWSTR sourceFolder, WCHAR destinationLetter);
 
 /* ------------------------------------------------------------------------ */
