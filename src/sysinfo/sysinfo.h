@@ -9,14 +9,14 @@ namespace wrenkits {
 // What the platform reports about the running Windows, reduced to what the display
 // name depends on.
 struct VersionFacts {
-    DWORD major, minor, build, platform;
-    const wchar_t* servicePack;  // may be empty, never null
-    WORD suiteMask;
-    BYTE productType;            // 1 = workstation, anything else a server
-    WORD architecture;           // 0 x86, 6 Itanium, 9 x64
-    bool serverR2;               // the R2 system metric is non-zero
-    bool hasProductInfo;         // the edition lookup exists (6.x only asks)
-    DWORD edition;               // what the edition lookup answered
+    DWORD major = 0, minor = 0, build = 0, platform = 0;
+    const wchar_t* servicePack = L"";  // may be empty, never null
+    WORD suiteMask = 0;
+    BYTE productType = 0;              // 1 = workstation, anything else a server
+    WORD architecture = 0;             // 0 x86, 6 Itanium, 9 x64
+    bool serverR2 = false;             // the R2 system metric is non-zero
+    bool hasProductInfo = false;       // the edition lookup exists (6.x only asks)
+    DWORD edition = 0;                 // what the edition lookup answered
 };
 
 // Appends as much of `piece` as fits and keeps `buffer` terminated; a capacity of
