@@ -6,6 +6,12 @@
 
 namespace wrenkits {
 
+// A routine found at run time, typed; null stays null.
+template <typename Fn>
+Fn RoutineAs(FARPROC routine) {
+    return reinterpret_cast<Fn>(reinterpret_cast<void*>(routine));
+}
+
 // What the platform reports about the running Windows, reduced to what the display
 // name depends on.
 struct VersionFacts {
