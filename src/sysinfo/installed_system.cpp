@@ -4,6 +4,8 @@
 #include <string.h>
 #include <wchar.h>
 
+#include <optional>
+
 #include "Wrenkits.h"
 #include "frame/log.h"
 #include "frame/text.h"
@@ -77,7 +79,7 @@ LONG ReadString(HKEY key, LPCWSTR name, LPWSTR out, DWORD bytes) {
 extern "C" BOOL WINAPI ZN_GetSystemInfoFromPartition(CHAR driveLetter, LPDWORD major, LPDWORD minor,
                                                      LPDWORD is64Bit) {
     if (!major || !minor || !is64Bit) {
-        LogA("%s output is invalid", kFromPartition);
+        RefuseInvalid(kFromPartition, "an output");
         return FALSE;
     }
     *major = *minor = *is64Bit = 0;
@@ -112,7 +114,7 @@ extern "C" BOOL WINAPI ZN_GetSystemInfoFromPartition(CHAR driveLetter, LPDWORD m
 
 extern "C" BOOL WINAPI ZN_GetSystemVersion(LPDWORD major, LPDWORD minor) {
     if (!major || !minor) {
-        LogA("%s output is invalid", "ZN_GetSystemVersion");
+        RefuseInvalid("ZN_GetSystemVersion", "an output");
         return FALSE;
     }
     return ReadVersion("ZN_GetSystemVersion", *major, *minor) ? TRUE : FALSE;
@@ -120,7 +122,7 @@ extern "C" BOOL WINAPI ZN_GetSystemVersion(LPDWORD major, LPDWORD minor) {
 
 extern "C" BOOL WINAPI ZN_GetSystemVersionEx(LPDWORD major, LPDWORD minor) {
     if (!major || !minor) {
-        LogA("%s output is invalid", "ZN_GetSystemVersionEx");
+        RefuseInvalid("ZN_GetSystemVersionEx", "an output");
         return FALSE;
     }
     using RtlGetVersionFn = LONG(WINAPI*)(OSVERSIONINFOEXW*);
@@ -139,20 +141,20 @@ extern "C" BOOL WINAPI ZN_GetSystemVersionEx(LPDWORD major, LPDWORD minor) {
 extern "C" BOOL WINAPI ZN_GetSystemInfo(WCHAR driveLetter, PBYTE major, PBYTE minor, LPDWORD is64Bit,
                                         LPWSTR productName, LPWSTR pathName) {
     if (!IsDriveLetter(driveLetter)) {
-        LogW(L"%s drive letter is invalid", kSystemInfo);
+        RefuseInvalid("ZN_GetSystemInfo", "the drive letter");
         return FALSE;
     }
     constexpr DWORD kValueBytes = 200;
     wchar_t systemDir[kPathChars] = {};
     ::GetSystemDirectoryW(systemDir, kPathChars);
 
-    MountedHive hive;
+    std::optional<MountedHive> hive;
     wchar_t keyPath[kPathChars] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
     if (UpperLetter(systemDir[0]) != UpperLetter(driveLetter)) {
         wchar_t hivePath[kPathChars];
         _snwprintf_s(hivePath, kPathChars, _TRUNCATE, L"%c:\\Windows\\System32\\Config\\SOFTWARE", driveLetter);
-        if (hive.Mount(hivePath, L"ZNRegKey") != ERROR_SUCCESS) return FALSE;  // the load has logged
-        FormatPathW(keyPath, L"%s\\Microsoft\\Windows NT\\CurrentVersion", hive.name());
+        if (!hive.emplace(hivePath, L"ZNRegKey")) return FALSE;  // the load has logged
+        FormatPathW(keyPath, L"%s\\Microsoft\\Windows NT\\CurrentVersion", L"ZNRegKey");
     }
     unique_hkey key;  // after the hive: closed before the unmount
     if (const LONG result = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, keyPath, 0, KEY_READ, key.put())) {
@@ -195,10 +197,7 @@ extern "C" BOOL WINAPI ZN_GetSystemInfo(WCHAR driveLetter, PBYTE major, PBYTE mi
 extern "C" DWORD WINAPI ZN_GetNtdsFolder(LPWSTR folder) {
     constexpr char kName[] = "ZN_GetNtdsFolder";
     constexpr DWORD kFolderChars = 260;
-    if (!folder) {
-        LogA("%s output is invalid", kName);
-        return ERROR_INVALID_PARAMETER;
-    }
+    if (!folder) return RefuseInvalid(kName, "the folder buffer");
     unique_hkey key;
     if (const LONG result = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\NTDS\\Parameters",
                                             0, KEY_READ, key.put())) {
@@ -212,9 +211,8 @@ extern "C" DWORD WINAPI ZN_GetNtdsFolder(LPWSTR folder) {
     const size_t length = wcsnlen(folder, kFolderChars);
     if (length == kFolderChars) {
         // A value that fills the buffer has no terminator: handing it on would read past it.
-        folder[kFolderChars - 1] = L'\0';
-        LogA("%s ntds directory is too long", kName);
-        return ERROR_FILENAME_EXCED_RANGE;
+        folder[0] = L'\0';
+        return RefuseTooLong(kName, "the ntds directory", kFolderChars - 1);
     }
     const DWORD result = length == 0 ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
     if (length > 0 && folder[length - 1] == L'\\') folder[length - 1] = L'\0';
@@ -237,7 +235,7 @@ extern "C" BOOL WINAPI ZN_TestDotNetFramework(BYTE major, BYTE minor) {
 
 extern "C" GUID* WINAPI ZN_GetVssSystemProvider(GUID* providerId) {
     if (!providerId) {
-        LogW(L"%s output is invalid", kVssName);
+        RefuseInvalid("ZN_GetVssSystemProvider", "the guid");
         return providerId;
     }
     *providerId = GUID{};

@@ -108,10 +108,7 @@ void ParseVersionText(const wchar_t* text, DWORD& major, DWORD& minor) {
 extern "C" BOOL WINAPI ZN_IsUpVista() { return LOBYTE(LOWORD(::GetVersion())) > 5 ? TRUE : FALSE; }
 
 extern "C" DWORD WINAPI ZN_GetOSVersion(LPWSTR name, DWORD nameChars) {
-    if (!name && nameChars != 0 && nameChars <= kMaxCapacity) {
-        LogA("%s name buffer is invalid", kNameOsVersion);
-        return ERROR_INVALID_PARAMETER;
-    }
+    if (!name && nameChars != 0 && nameChars <= kMaxCapacity) return RefuseInvalid(kNameOsVersion, "the name buffer");
     OSVERSIONINFOEXW record;
     if (!ReadVersionRecord(record)) {
         LogA("%s call GetVersionExW error: %d", kNameOsVersion, ::GetLastError());
