@@ -12,6 +12,25 @@
 
 namespace {
 
+using wrtest::Narrow;
+const std::wstring kBin = wrtest::ExeDir(), kAbove = kBin.substr(0, kBin.rfind(L'\\'));
+const std::string kBinA = Narrow(kBin), kAboveA = Narrow(kAbove);
+
+// Drops every load of a module the library made (it never unloads them itself).
+void Unload(const wchar_t* name) {
+    while (HMODULE m = GetModuleHandleW(name)) FreeLibrary(m);
+}
+
+// The product's keys exist only for the length of a test.
+struct ProductKeys {
+    ProductKeys() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Zenthra"); }
+    ~ProductKeys() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Zenthra"); }
+    static void Set(const wchar_t* side, const wchar_t* name, DWORD type, const void* data, DWORD bytes) {
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, (std::wstring(L"SOFTWARE\\Zenthra\\Paravane\\") + side).c_str(), name,
+                        type, data, bytes);
+    }
+};
+
 // Sets (or, unset, removes) one HKLM value for the length of a case and puts the
 // prefix's own value back afterwards.
 class HklmValue {
@@ -52,6 +71,74 @@ TEST(ProductEnvironment, PreinstallationShellIsTheWholeNameOrPecmdWithArguments)
         EXPECT_EQ(r.underPe, ZN_IsUnderPE());
     }
     EXPECT_EQ(std::vector<std::string>{}, log.Messages()) << "the answer is silent";
+}
+
+struct ProductRow {
+    const char* name;
+    int clientLanguage, serverLanguage;  // -1: no key; 0: the key without "Language"
+    const wchar_t* clientProduct;  // nullptr: no value; the Server key then holds "Server Edition"
+    const char* clientType;
+    const wchar_t* ini;            // Dispatch.ini's text, beside the host or, with `qorlib`, above it
+    bool qorlib;
+    DWORD language;
+    std::wstring product;
+    DWORD type;
+    std::vector<std::string> lines;
+};
+
+TEST(ProductEnvironment, LanguageFollowsTheSettingsFileAndProductKeysFallBackToDefaults) {
+    const std::string hostIni = "ZN_GetLanguageID ini file: " + kBinA + "\\Dispatch.ini";
+    const std::string aboveIni = "ZN_GetLanguageID ini file: " + kAboveA + "\\Dispatch.ini";
+    const std::string client = "SOFTWARE\\Zenthra\\Paravane\\Client", server = "SOFTWARE\\Zenthra\\Paravane\\Server";
+    const ProductRow rows[] = {
+        {"no settings file: client key", 1031, 1036, L"Paravane Pro", "42abc", nullptr, false, 1031, L"Paravane Pro", 42,
+         {hostIni}},
+        {"useType 1 beside the host: server key", 1031, 1036, L"Paravane Pro", "7", L"[OPERATE_START]\r\nuseType=1\r\n",
+         false, 1036, L"Paravane Pro", 7, {hostIni}},
+        {"Qorlib loaded: settings above its folder", 1031, 1036, nullptr, "x", L"[OPERATE_START]\r\nuseType=3\r\n", true,
+         1036, L"Lumenkeep", 0,
+         {aboveIni, "ZN_GetProductName query Language in " + client + " error: 2"}},
+        {"no keys at all", -1, -1, nullptr, nullptr, nullptr, false, 1033, L"Lumenkeep", 0,
+         {hostIni, "ZN_GetLanguageID open key " + client + " error: 2",
+          "ZN_GetProductType open registry SOFTWARE\\Zenthra\\Paravane\\Client error: 2"}},
+        {"server key without Language", -1, 0, nullptr, nullptr, L"[OPERATE_START]\r\nuseType=5\r\n", false,
+         1033, L"Server Edition", 0, {hostIni, "ZN_GetLanguageID query Language in " + server + " error: 2",
+          "ZN_GetProductType open registry SOFTWARE\\Zenthra\\Paravane\\Client error: 2"}},
+        {"client key without values", 0, -1, nullptr, nullptr, nullptr, false, 1033, L"Lumenkeep", 0,
+         {hostIni, "ZN_GetLanguageID query Language in " + client + " error: 2",
+          "ZN_GetProductName query Language in " + client + " error: 2",
+          "ZN_GetProductType query PRODUCTTYPE from registry error: 2"}},
+    };
+    for (const ProductRow& r : rows) {
+        SCOPED_TRACE(r.name);
+        ProductKeys keys;
+        Unload(L"Qorlib.dll");
+        for (const std::wstring& dir : {kBin, kAbove}) DeleteFileW((dir + L"\\Dispatch.ini").c_str());
+        if (r.ini) wrtest::WriteFileBytes((r.qorlib ? kAbove : kBin) + L"\\Dispatch.ini", Narrow(r.ini));
+        if (r.qorlib) {
+            CopyFileW((kBin + L"\\qorlib_double.dll").c_str(), (kBin + L"\\Qorlib.dll").c_str(), FALSE);
+            ASSERT_TRUE(LoadLibraryW((kBin + L"\\Qorlib.dll").c_str()));
+        }
+        if (r.clientLanguage >= 0) ProductKeys::Set(L"Client", L"Language", REG_DWORD, &r.clientLanguage, 4);
+        if (r.clientLanguage == 0) RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Zenthra\\Paravane\\Client", L"Language");
+        if (r.serverLanguage >= 0) ProductKeys::Set(L"Server", L"ProductName", REG_SZ, L"Server Edition", 30);
+        if (r.serverLanguage > 0) ProductKeys::Set(L"Server", L"Language", REG_DWORD, &r.serverLanguage, 4);
+        if (r.clientProduct)
+            ProductKeys::Set(L"Client", L"ProductName", REG_SZ, r.clientProduct, DWORD(wcslen(r.clientProduct) * 2 + 2));
+        if (r.clientType)
+            RegSetKeyValueA(HKEY_LOCAL_MACHINE, client.c_str(), "PRODUCTTYPE", REG_SZ, r.clientType, DWORD(strlen(r.clientType) + 1));
+        wrtest::LogCapture log;
+        EXPECT_EQ(r.language, ZN_GetLanguageID());
+        wchar_t product[260];
+        EXPECT_EQ(0u, ZN_GetProductName(product));
+        EXPECT_EQ(r.product, product);
+        EXPECT_EQ(r.type, ZN_GetProductType());
+        std::vector<std::string> lines;
+        for (const std::string& l : r.lines) lines.push_back(wrtest::Tagged(l));
+        EXPECT_EQ(lines, log.Messages());
+        Unload(L"Qorlib.dll");
+        for (const std::wstring& dir : {kBin, kAbove}) DeleteFileW((dir + L"\\Dispatch.ini").c_str());
+    }
 }
 
 }  // namespace
