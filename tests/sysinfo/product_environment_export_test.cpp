@@ -141,4 +141,91 @@ TEST(ProductEnvironment, LanguageFollowsTheSettingsFileAndProductKeysFallBackToD
     }
 }
 
+TEST(ProductEnvironment, ImageLibraryIsChosenByVersionAndReadsTheRecordThroughItsSlots) {
+    const wchar_t* const names[] = {L"Qorlib_8.dll", L"Qorlib_9_0.dll", L"Qorlib_9_1.dll", L"Qorlib.dll"};
+    const auto loaded = [&] {
+        std::wstring which;
+        for (const wchar_t* n : names) if (GetModuleHandleW(n)) which += n;
+        return which;
+    };
+    const std::string load = "ZN_CreateInterface try to load " + kBinA + "\\";
+    struct Row { WORD major, minor; DWORD iid; DWORD result; const wchar_t* dll; std::vector<std::string> lines; };
+    const Row rows[] = {
+        {8, 7, 5, 0, L"Qorlib_8.dll", {load + "Qorlib_8.dll"}},
+        {9, 0, 5, 0, L"Qorlib_9_0.dll", {load + "Qorlib_9_0.dll"}},
+        {9, 2, 5, 0, L"Qorlib_9_0.dll", {load + "Qorlib_9_0.dll"}},
+        {9, 3, 5, 0, L"Qorlib_9_1.dll", {load + "Qorlib_9_1.dll"}},
+        {9, 4, 5, 0, L"Qorlib.dll", {load + "Qorlib.dll"}},
+        {10, 0, 7, 0x80004002, L"Qorlib.dll",
+         {load + "Qorlib.dll", "ZN_CreateInterface create image file interface error: 0x80004002"}},
+    };
+    for (const wchar_t* n : names) CopyFileW((kBin + L"\\qorlib_double.dll").c_str(), (kBin + L"\\" + n).c_str(), FALSE);
+    for (const Row& r : rows) {
+        SCOPED_TRACE(testing::Message() << r.major << "." << r.minor << " interface " << r.iid);
+        for (const wchar_t* n : names) Unload(n);
+        wrtest::LogCapture log;
+        void* object = reinterpret_cast<void*>(1);
+        EXPECT_EQ(r.result, ZN_CreateInterface(r.major, r.minor, r.iid, &object));
+        EXPECT_EQ(r.result == 0, object != nullptr);
+        EXPECT_EQ(r.dll, loaded()) << "the library stays loaded";
+        if (object) (*reinterpret_cast<void (WINAPI***)(void*)>(object))[0](object);
+        std::vector<std::string> lines;
+        for (const std::string& l : r.lines) lines.push_back(wrtest::Tagged(l));
+        EXPECT_EQ(lines, log.Messages());
+    }
+
+    const std::wstring image = kBin + L"\\image.qor";
+    struct ImageRow { const char* content; WORD major, minor; const char* line; };
+    const ImageRow images[] = {
+        {"10 2 0", 10, 2, "ZN_GetImageVersion {image} version: 10 2"},
+        {"10 2 c0000001", 9, 3, "ZN_GetImageVersion GetImgFileInfo({image}) failed, error: 0xc0000001"},
+        {nullptr, 9, 3, "ZN_CreateInterface load {dll} error: 126"},
+    };
+    for (const ImageRow& r : images) {
+        SCOPED_TRACE(r.line);
+        for (const wchar_t* n : names) Unload(n);
+        if (r.content) wrtest::WriteFileBytes(image, r.content);
+        else DeleteFileW((kBin + L"\\Qorlib.dll").c_str());
+        wrtest::LogCapture log;
+        WORD minor = 0;
+        EXPECT_EQ(r.major, ZN_GetImageVersion(image.c_str(), &minor));
+        EXPECT_EQ(r.minor, minor);
+        std::string line = r.line;
+        line.replace(line.find('{'), line.find('}') - line.find('{') + 1, r.content ? Narrow(image) : kBinA + "\\Qorlib.dll");
+        EXPECT_EQ(wrtest::Tagged(line), log.Messages().back());
+        using Live = LONG(WINAPI*)();
+        if (HMODULE q = GetModuleHandleW(L"Qorlib.dll")) {
+            EXPECT_EQ(0, reinterpret_cast<Live>(reinterpret_cast<void*>(GetProcAddress(q, "QOLiveObjects")))())
+                << "the object is released whatever the outcome";
+        }
+    }
+    for (const wchar_t* n : names) Unload(n), DeleteFileW((kBin + L"\\" + n).c_str());
+    DeleteFileW(image.c_str());
+}
+
+TEST(ProductEnvironment, DriversPackIsLookedForBesideTheLibraryThenTheClientThenTheConsole) {
+    const std::wstring own = kBin + L"\\Bootres\\DriversPack", client = kAbove + L"\\Client\\Bootres\\DriversPack",
+                       console = kAbove + L"\\Console\\Bootres\\DriversPack";
+    struct Row { std::vector<std::wstring> present; DWORD result; std::wstring path; std::string line; };
+    const Row rows[] = {
+        {{own, client}, 0, own, "get path: " + Narrow(own)},
+        {{client, console}, 0, client, "get path: " + Narrow(client)},
+        {{console}, 0, console, "get path: " + Narrow(console)},
+        {{}, 2, console, "the Bootres folder can not found!"},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.line);
+        for (const auto& dir : {kBin + L"\\Bootres", kAbove + L"\\Client", kAbove + L"\\Console"}) wrtest::RemoveTree(dir);
+        for (const auto& dir : r.present) wrtest::MakeDirs(dir);
+        wrtest::LogCapture log;
+        char folder[260];
+        memset(folder, 'x', sizeof folder);
+        EXPECT_EQ(r.result, ZN_GetUniversalDriversPack(folder));
+        EXPECT_EQ(Narrow(r.path), folder);
+        EXPECT_EQ(r.result ? 'x' : '\0', folder[r.path.size() + 1]) << "a found path ends in two zeros";
+        EXPECT_EQ(std::vector<std::string>{wrtest::Tagged("ZN_GetUniversalDriversPack " + r.line)}, log.Messages());
+    }
+    for (const auto& dir : {kBin + L"\\Bootres", kAbove + L"\\Client", kAbove + L"\\Console"}) wrtest::RemoveTree(dir);
+}
+
 }  // namespace
