@@ -136,6 +136,8 @@ TEST(InstalledSystem, OfflineInstallationsAreReadFromTheirHiveAndAlwaysUnmounted
         for (const std::string& l : r.lines) lines.push_back(wrtest::Tagged(l));
         EXPECT_EQ(lines, log.Messages());
     }
+    wrtest::RemoveTree(L"S:\\Windows");
+    wrtest::RemoveTree(L"S:\\Program Files (x86)");
 }
 
 }  // namespace
