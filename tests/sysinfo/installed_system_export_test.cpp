@@ -12,6 +12,7 @@
 #include "support/log_capture.h"
 #include "support/registry_fixture.h"
 #include "support/wine_env.h"
+#include "sysinfo/sysinfo_test_support.h"
 
 namespace {
 
@@ -132,9 +133,7 @@ TEST(InstalledSystem, OfflineInstallationsAreReadFromTheirHiveAndAlwaysUnmounted
         EXPECT_EQ(r.system, ZN_IsSystemPartition(r.letter));
         clean();
         EXPECT_EQ(r.unloads, g_unloads);
-        std::vector<std::string> lines;
-        for (const std::string& l : r.lines) lines.push_back(wrtest::Tagged(l));
-        EXPECT_EQ(lines, log.Messages());
+        EXPECT_EQ(sitest::Lines(r.lines), log.Messages());
     }
     wrtest::RemoveTree(L"S:\\Windows");
     wrtest::RemoveTree(L"S:\\Program Files (x86)");

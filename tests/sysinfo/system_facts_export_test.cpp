@@ -14,10 +14,11 @@
 #include "support/import_hook.h"
 #include "support/log_capture.h"
 #include "support/wine_env.h"
+#include "sysinfo/sysinfo_test_support.h"
 
 namespace {
 
-using wrtest::Tagged;
+using sitest::Lines;
 
 std::vector<std::string> g_calls;  // what the hooked calls were asked
 struct {
@@ -50,12 +51,6 @@ DWORD WINAPI FakeDrives() { return g.drives; }
 struct Hook : wrtest::ImportHook {
     Hook(const char* function, void* fake) : ImportHook("KERNEL32.dll", function, fake) { g.real = original<void*>(); }
 };
-
-std::vector<std::string> Lines(const std::vector<std::string>& texts) {
-    std::vector<std::string> lines;
-    for (const std::string& t : texts) lines.push_back(Tagged(t));
-    return lines;
-}
 
 TEST(SystemFacts, RunningSystemNameAndVersionAsWineReportsThemOrTheVersionCallsFail) {
     struct Row { const char* hook; int failVersion; DWORD chars, result; std::wstring name;
@@ -138,22 +133,6 @@ TEST(SystemFacts, BootPartitionIsTheActiveMbrOrTheEfiSystemPartitionAndFreeLette
     }
 }
 
-// HKLM keys that exist only for the length of a test.
-struct MachineKeys {
-    std::vector<std::wstring> made;
-    void Value(const std::wstring& key, const wchar_t* name, DWORD type, const void* data, DWORD bytes) {
-        HKEY k;
-        DWORD how = 0;
-        RegCreateKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, &how);
-        if (how == REG_CREATED_NEW_KEY) made.insert(made.begin(), key);
-        if (name) RegSetValueExW(k, name, 0, type, static_cast<const BYTE*>(data), bytes);
-        RegCloseKey(k);
-    }
-    ~MachineKeys() {
-        for (const std::wstring& key : made) RegDeleteTreeW(HKEY_LOCAL_MACHINE, key.c_str());
-    }
-};
-
 TEST(SystemFacts, NtdsFolderDotNetVersionsAndTheFirstSystemShadowCopyProvider) {
     const std::wstring ntds = L"SYSTEM\\CurrentControlSet\\Services\\NTDS";
     struct Row { std::optional<std::wstring> value; DWORD result; std::wstring folder; std::string line; };
@@ -165,9 +144,9 @@ TEST(SystemFacts, NtdsFolderDotNetVersionsAndTheFirstSystemShadowCopyProvider) {
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(r.line);
-        MachineKeys keys;
-        if (r.value) keys.Value(ntds + L"\\Parameters", L"DSA Working Directory", REG_SZ, r.value->c_str(),
-                                DWORD(r.value->size() * 2 + 2));
+        sitest::MachineKeys keys;
+        keys.Set(ntds, nullptr);  // made here, so removed whole
+        if (r.value) keys.Sz(ntds + L"\\Parameters", L"DSA Working Directory", *r.value);
         wrtest::LogCapture log;
         wchar_t folder[260] = L"";
         EXPECT_EQ(r.result, ZN_GetNtdsFolder(folder));
@@ -175,10 +154,11 @@ TEST(SystemFacts, NtdsFolderDotNetVersionsAndTheFirstSystemShadowCopyProvider) {
         EXPECT_EQ(Lines({r.line}), log.Messages());
     }
 
-    MachineKeys keys;
+    sitest::MachineKeys keys;
     const std::wstring ndp = L"SOFTWARE\\Microsoft\\NET Framework Setup\\NDP\\";
-    keys.Value(ndp + L"v2.0.50727", nullptr, 0, nullptr, 0);
-    keys.Value(ndp + L"v4.0", nullptr, 0, nullptr, 0);
+    keys.Set(L"SOFTWARE\\Microsoft\\NET Framework Setup", nullptr);
+    keys.Set(ndp + L"v2.0.50727", nullptr);
+    keys.Set(ndp + L"v4.0", nullptr);
     wrtest::LogCapture log;
     EXPECT_TRUE(ZN_TestDotNetFramework(2, 5)) << "2.x is always v2.0.50727";
     EXPECT_TRUE(ZN_TestDotNetFramework(4, 0));
@@ -190,10 +170,11 @@ TEST(SystemFacts, NtdsFolderDotNetVersionsAndTheFirstSystemShadowCopyProvider) {
     const std::wstring vss = L"SYSTEM\\CurrentControlSet\\services\\VSS\\Providers";
     const DWORD two = 2, one = 1;
     const wchar_t *first = L"{b5946137-7b9f-4925-af80-51abd60b20d5}", *second = L"{c5946137-7b9f-4925-af80-51abd60b20d5}";
-    keys.Value(vss + L"\\{a0000000-0000-0000-0000-000000000000}", L"Type", REG_DWORD, &two, 4);
-    keys.Value(vss + L"\\" + first, L"Type", REG_DWORD, &one, 4);
-    keys.Value(vss + L"\\" + second, L"Type", REG_DWORD, &one, 4);
-    keys.Value(vss + L"\\{a1000000-0000-0000-0000-000000000000}", L"Other", REG_DWORD, &one, 4);
+    keys.Set(L"SYSTEM\\CurrentControlSet\\services\\VSS", nullptr);
+    keys.Set(vss + L"\\{a0000000-0000-0000-0000-000000000000}", L"Type", REG_DWORD, &two, 4);
+    keys.Set(vss + L"\\" + first, L"Type", REG_DWORD, &one, 4);
+    keys.Set(vss + L"\\" + second, L"Type", REG_DWORD, &one, 4);
+    keys.Set(vss + L"\\{a1000000-0000-0000-0000-000000000000}", L"Other", REG_DWORD, &one, 4);
     wrtest::LogCapture vssLog;
     GUID guid;
     const GUID expected = {0xb5946137, 0x7b9f, 0x4925, {0xaf, 0x80, 0x51, 0xab, 0xd6, 0x0b, 0x20, 0xd5}};
