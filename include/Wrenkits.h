@@ -414,35 +414,42 @@ WRENKITS_API DWORD WINAPI ZN_SetNetworkAdapter(const AdapterInfo *adapter);
 
 /* Returns TRUE when the running Windows is Vista or later. */
 WRENKITS_API BOOL WINAPI ZN_IsUpVista(void);
-/* Writes the running system's display name (edition, bitness, service pack, build) into name; returns 0, 50 when the version is unreadable, 126 without GetProductInfo. */
+/* Writes the running system's display name (edition, bitness, service pack, build) into name, cut silently at nameChars;
+   returns 0, 50 when the version is unreadable, 126 without GetProductInfo, 87 for a NULL name with a usable capacity. */
 WRENKITS_API DWORD WINAPI ZN_GetOSVersion(LPWSTR name, DWORD nameChars);
 /* Reads version, bitness, product name and Windows path of the installation on a drive, mounting its SOFTWARE hive when offline (every output optional); returns 0, 87, or the failing step's error. */
 WRENKITS_API DWORD WINAPI ZN_GetOsVersionEx(WCHAR driveLetter, LPDWORD major, LPDWORD minor, LPDWORD is64Bit, LPWSTR productName, DWORD productNameChars, LPWSTR pathName, DWORD pathNameChars);
-/* Reads the version and 64-bit flag of the installation on a drive (outputs zeroed first); returns TRUE on success. */
+/* Reads the version and 64-bit flag of the installation on a drive (outputs zeroed first); returns TRUE on success,
+   FALSE for a non-letter, a drive without WINDOWS\system32\drivers, a failed read, or a NULL output (refused). */
 WRENKITS_API BOOL WINAPI ZN_GetSystemInfoFromPartition(CHAR driveLetter, LPDWORD major, LPDWORD minor, LPDWORD is64Bit);
-/* Reports the running system's version as GetVersionExW gives it to this process; returns TRUE on success. */
+/* Reports the running system's version as GetVersionExW gives it to this process; returns TRUE on success, FALSE on failure or a NULL output (refused). */
 WRENKITS_API BOOL WINAPI ZN_GetSystemVersion(LPDWORD major, LPDWORD minor);
-/* Reports the running system's true version through RtlGetVersion; returns TRUE on success. */
+/* Reports the running system's true version through RtlGetVersion; returns TRUE on success, FALSE on failure or a NULL output (refused). */
 WRENKITS_API BOOL WINAPI ZN_GetSystemVersionEx(LPDWORD major, LPDWORD minor);
-/* Reads version bytes, 64-bit flag, product name and installation path (200-byte buffers) of the installation on a drive (every output optional); returns TRUE on success. */
+/* Reads version bytes, 64-bit flag, product name and installation path (200-byte buffers) of the installation on a drive
+   (every output optional; the path names the given letter); returns TRUE on success, FALSE on failure or a non-letter (refused). */
 WRENKITS_API BOOL WINAPI ZN_GetSystemInfo(WCHAR driveLetter, PBYTE major, PBYTE minor, LPDWORD is64Bit, LPWSTR productName, LPWSTR pathName);
-/* Writes the directory-service database folder (520-byte buffer, no trailing backslash); returns 0, 87 when empty, or the registry error. */
+/* Writes the directory-service database folder (520-byte buffer, no trailing backslash); returns 0, 87 when empty or for a NULL buffer,
+   206 for a value that fills the buffer unterminated, or the registry error. */
 WRENKITS_API DWORD WINAPI ZN_GetNtdsFolder(LPWSTR folder);
 /* Returns TRUE when the setup key of that .NET Framework version exists. */
 WRENKITS_API BOOL WINAPI ZN_TestDotNetFramework(BYTE major, BYTE minor);
-/* Stores the shadow-copy system provider's GUID (all zero when none); returns the same pointer. */
+/* Stores the shadow-copy system provider's GUID (all zero when none); returns the same pointer (NULL is refused and returned). */
 WRENKITS_API GUID * WINAPI ZN_GetVssSystemProvider(GUID *providerId);
-/* Writes the DriversPack folder next to the library, client or console (260 narrow characters, double-terminated); returns 0, or 2 when none exists. */
+/* Writes the DriversPack folder next to the library, client or console (260 narrow characters, double-terminated); returns 0,
+   2 when none exists, 87 for a NULL buffer, 206 when a candidate path would not fit. */
 WRENKITS_API DWORD WINAPI ZN_GetUniversalDriversPack(LPSTR folder);
-/* Returns the product's configured user-interface language identifier, 1033 by default. */
+/* Returns the product's configured user-interface language identifier, 1033 by default (also when the settings path would not fit). */
 WRENKITS_API DWORD WINAPI ZN_GetLanguageID(void);
 /* Returns TRUE when running under Windows PE. */
 WRENKITS_API BOOL WINAPI ZN_IsUnderPE(void);
-/* Loads the Qorlib build matching the version and creates an object of the interface; returns 0, the factory's status (object set to NULL), or the load error. */
+/* Loads the Qorlib build matching the version and creates an object of the interface; returns 0, the factory's status (object set to NULL),
+   the load error, 87 for a NULL object address, 206 when the library path would not fit. */
 WRENKITS_API DWORD WINAPI ZN_CreateInterface(WORD major, WORD minor, DWORD interfaceId, void **object);
-/* Returns the image file's major format version and stores its minor one (minorVersion may be NULL); returns 9 on any failure. */
+/* Returns the image file's major format version and stores its minor one (minorVersion may be NULL); returns 9 and minor 3 on any failure,
+   a NULL path included (refused). */
 WRENKITS_API WORD WINAPI ZN_GetImageVersion(LPCWSTR imagePath, PWORD minorVersion);
-/* Writes the product name (260 characters), "Lumenkeep" by default; always returns 0. */
+/* Writes the product name (260 characters), "Lumenkeep" by default; returns 0, 87 for a NULL buffer, 206 for a value that fills it unterminated. */
 WRENKITS_API DWORD WINAPI ZN_GetProductName(LPWSTR name);
 /* Returns the product type number, 0 when unknown. */
 WRENKITS_API DWORD WINAPI ZN_GetProductType(void);
