@@ -147,14 +147,20 @@ private:
     static inline Devices* current_ = nullptr;
 };
 
-// Drive roots as the library asks about them ("E:\\", "\\\\nas\\backup\\"): the type and the
-// file system a test gives; roots it does not name go to Wine.
+// Drive roots as the library asks about them ("E:\\", "\\\\nas\\backup\\"): the type, the
+// file system and the cluster counts a test gives; roots it does not name go to Wine.
+struct Geometry {
+    DWORD sectorsPerCluster, bytesPerSector, freeClusters, totalClusters;
+};
 class Drives {
 public:
     Drives& Type(const std::string& root, UINT type) { return types_[root] = type, *this; }
     // A file-system name, or "" with `error` for a failed query.
     Drives& FileSystem(const std::string& root, const std::string& name, DWORD error = 0) {
         return fileSystems_[root] = {error, name}, *this;
+    }
+    Drives& Clusters(const std::string& root, Geometry g, DWORD error = 0) {
+        return geometry_[root] = {g, error}, *this;
     }
     std::vector<std::string> asked;  // "GetDriveTypeW E:\\", "GetVolumeInformationW ...", ...
 
@@ -183,11 +189,25 @@ private:
         wcsncpy_s(fs, fsChars, name.c_str(), _TRUNCATE);
         return TRUE;
     }
+    static BOOL WINAPI FakeFree(LPCWSTR root, LPDWORD spc, LPDWORD bps, LPDWORD freeClusters, LPDWORD total) {
+        Drives* self = current_;
+        const std::string r = wrtest::Narrow(root);
+        self->asked.push_back("GetDiskFreeSpaceW " + r);
+        auto it = self->geometry_.find(r);
+        if (it == self->geometry_.end())
+            return self->freeHook_.original<decltype(&GetDiskFreeSpaceW)>()(root, spc, bps, freeClusters, total);
+        if (it->second.second) return SetLastError(it->second.second), FALSE;
+        const Geometry& g = it->second.first;
+        *spc = g.sectorsPerCluster, *bps = g.bytesPerSector, *freeClusters = g.freeClusters, *total = g.totalClusters;
+        return TRUE;
+    }
 
     std::map<std::string, UINT> types_;
     std::map<std::string, Answer> fileSystems_;
+    std::map<std::string, std::pair<Geometry, DWORD>> geometry_;
     wrtest::ImportHook typeHook_{"KERNEL32.dll", "GetDriveTypeW", reinterpret_cast<void*>(&FakeType)};
     wrtest::ImportHook infoHook_{"KERNEL32.dll", "GetVolumeInformationW", reinterpret_cast<void*>(&FakeInfo)};
+    wrtest::ImportHook freeHook_{"KERNEL32.dll", "GetDiskFreeSpaceW", reinterpret_cast<void*>(&FakeFree)};
     static inline Drives* current_ = nullptr;
 };
 
