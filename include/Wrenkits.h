@@ -319,7 +319,7 @@ WRENKITS_API DWORD WINAPI ZN_RepairBcdEntry(WCHAR bootLetter, WCHAR systemLetter
 /* Disk: partitions, volumes, drive letters, disk identities, BitLocker     */
 /* ------------------------------------------------------------------------ */
 
-/* Assigns a drive letter to (removeLetter zero; a non-letter picks the first free one and writes it back) or removes it from a partition through diskpart; returns 0 when every command was delivered, 2 no such partition, 1168 no volume, or an error. */
+/* Assigns a drive letter to (removeLetter zero; a non-letter picks the first free one and writes it back) or removes it from a partition through diskpart; returns 0 when every command was delivered, 2 no such partition, 1168 no volume, 87 for a null driveLetter or a removal of a non-letter, 8, 29, or the pipe or start error. */
 WRENKITS_API DWORD WINAPI ZN_MountPartition(DWORD diskNumber, DWORD partitionNumber, WCHAR *driveLetter, DWORD removeLetter);
 /* Finds N of the \\.\HarddiskVolumeN that lies on the given partition of the given disk; returns 0 with *volumeNumber set, 1168 when none matches, or 87 for a null volumeNumber. */
 WRENKITS_API DWORD WINAPI ZN_GetVolumeNum(DWORD diskNumber, DWORD partitionNumber, LPDWORD volumeNumber);
