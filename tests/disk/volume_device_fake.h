@@ -54,9 +54,6 @@ struct Call {
     std::string input;
     bool operator==(const Call&) const = default;
 };
-inline void PrintTo(const Call& c, std::ostream* os) {
-    *os << c.device << " 0x" << std::hex << c.code << std::dec << " in " << c.input.size() << " bytes";
-}
 
 class Devices {
 public:
