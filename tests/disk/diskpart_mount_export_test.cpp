@@ -27,16 +27,11 @@ const char kDetail[] =
     "* Volume 3     C                NTFS   Partition     49 GB  Healthy\r\n\r\n";
 const char kNoVolume[] = "\r\nPartition 2\r\nType  : 07\r\n\r\nThere is no volume associated with this partition.\r\n\r\n";
 
-DWORD g_drives, g_failure;
+DWORD g_drives;
 DWORD WINAPI FakeDrives() { return g_drives; }
-UINT WINAPI FailingWindowsDirectory(LPWSTR, UINT) { return SetLastError(g_failure), 0; }
-BOOL WINAPI FailingPipe(PHANDLE, PHANDLE, LPSECURITY_ATTRIBUTES, DWORD) { return SetLastError(g_failure), FALSE; }
-BOOL WINAPI FailingStart(LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID, LPCWSTR,
-                         LPSTARTUPINFOW, LPPROCESS_INFORMATION) {
-    return SetLastError(g_failure), FALSE;
-}
-
-enum class Fault { None, WindowsDirectory, Pipe, Start };
+// Stands in for GetWindowsDirectoryW, CreatePipe or CreateProcessW: on x64 one calling
+// convention serves every signature, and each of them reports failure as 0.
+BOOL WINAPI Fail() { return SetLastError(ERROR_ACCESS_DENIED), FALSE; }
 
 struct MountCase {
     const char* name;
@@ -49,7 +44,7 @@ struct MountCase {
     std::vector<std::string> log;    // lines the log must hold (diskpart's answers come between them)
     const char* detail = kDetail;
     DWORD drives = 0x0400000C;       // A B unused, C D used, Z used
-    Fault fault = Fault::None;
+    const char* failing = nullptr;  // the platform call that fails
 };
 
 TEST(MountPartition, CommandsSentToDiskpart) {
@@ -64,7 +59,7 @@ TEST(MountPartition, CommandsSentToDiskpart) {
         {"assign a given letter", 2, L'e', 0, 0, L'e', Then({"assign letter=e:", "exit"}), {}},
         {"remove, partition 0 is the first row, fixed path when the windows folder is unknown", 0, L'F', 1, 0, L'F',
          {"sel disk 0", "list partition", "sel partition 1", "detail partition", "sel vol 3", "remove letter=F:", "exit"},
-         {"ZN_MountPartition get windows directory error: 5"}, kDetail, 0x0400000C, Fault::WindowsDirectory},
+         {"ZN_MountPartition get windows directory error: 5"}, kDetail, 0x0400000C, "GetWindowsDirectoryW"},
         {"partition beyond the rows", 3, L'E', 0, ERROR_FILE_NOT_FOUND, L'E', {"sel disk 0", "list partition", "exit"}, {}},
         {"partition without a volume", 2, L'E', 0, ERROR_NOT_FOUND, L'E',
          {"sel disk 0", "list partition", "sel partition 2", "detail partition", "exit"}, {}, kNoVolume},
@@ -72,9 +67,9 @@ TEST(MountPartition, CommandsSentToDiskpart) {
         {"no letter free: '*' handed back and sent", 2, L'?', 0, 0, L'*', Then({"assign letter=*:", "exit"}), {},
          kDetail, 0x03FFFFFF},
         {"pipe cannot be made", 2, L'E', 0, ERROR_ACCESS_DENIED, L'E', {}, {"ZN_MountPartition create stdout pipe error: 5"},
-         kDetail, 0, Fault::Pipe},
+         kDetail, 0, "CreatePipe"},
         {"diskpart cannot start", 2, L'E', 0, ERROR_ACCESS_DENIED, L'E', {}, {"ZN_MountPartition run diskpart error: 5"},
-         kDetail, 0, Fault::Start},
+         kDetail, 0, "CreateProcessW"},
         {"removing a non-letter is refused before diskpart runs", 2, L'1', 1, ERROR_INVALID_PARAMETER, L'1', {},
          {"ZN_MountPartition refused: drive letter is missing or not valid"}},
     };
@@ -82,17 +77,10 @@ TEST(MountPartition, CommandsSentToDiskpart) {
         SCOPED_TRACE(c.name);
         wrtest::ToolDouble tools;
         tools.OnLine("diskpart", "list partition", kPartitions).OnLine("diskpart", "detail partition", c.detail);
-        g_drives = c.drives, g_failure = ERROR_ACCESS_DENIED;
+        g_drives = c.drives;
         wrtest::ImportHook drives("KERNEL32.dll", "GetLogicalDrives", reinterpret_cast<void*>(&FakeDrives));
         std::unique_ptr<wrtest::ImportHook> fault;
-        if (c.fault == Fault::WindowsDirectory)
-            fault.reset(new wrtest::ImportHook("KERNEL32.dll", "GetWindowsDirectoryW",
-                                               reinterpret_cast<void*>(&FailingWindowsDirectory)));
-        if (c.fault == Fault::Pipe)
-            fault.reset(new wrtest::ImportHook("KERNEL32.dll", "CreatePipe", reinterpret_cast<void*>(&FailingPipe)));
-        if (c.fault == Fault::Start)
-            fault.reset(
-                new wrtest::ImportHook("KERNEL32.dll", "CreateProcessW", reinterpret_cast<void*>(&FailingStart)));
+        if (c.failing) fault = std::make_unique<wrtest::ImportHook>("KERNEL32.dll", c.failing, reinterpret_cast<void*>(&Fail));
         wrtest::LogCapture log;
         WCHAR letter = c.letter;
 
@@ -101,7 +89,7 @@ TEST(MountPartition, CommandsSentToDiskpart) {
         EXPECT_EQ(c.lines, tools.Lines("diskpart"));
         if (!c.lines.empty()) {
             wchar_t windows[MAX_PATH] = L"C:\\Windows";
-            if (c.fault != Fault::WindowsDirectory) GetWindowsDirectoryW(windows, MAX_PATH);
+            if (!c.failing) GetWindowsDirectoryW(windows, MAX_PATH);
             EXPECT_EQ(std::vector<std::string>{wrtest::Narrow(windows) + "\\System32\\diskpart.exe"},
                       tools.Commands("diskpart"));
         }
