@@ -1,3 +1,4 @@
+#include <stddef.h>
 #include <stdio.h>
 #include <windows.h>
 #include <winioctl.h>
@@ -9,6 +10,16 @@
 #include "frame/unique_any.h"
 
 using namespace wrenkits;
+
+// The offsets the identity copy works with are the platform record's.
+static_assert(offsetof(DRIVE_LAYOUT_INFORMATION_EX, PartitionCount) == kLayoutCountOffset &&
+              offsetof(DRIVE_LAYOUT_INFORMATION_EX, Gpt.DiskId) == kLayoutIdentityOffset &&
+              offsetof(DRIVE_LAYOUT_INFORMATION_EX, Mbr.Signature) == kLayoutIdentityOffset &&
+              offsetof(DRIVE_LAYOUT_INFORMATION_EX, PartitionEntry) == kLayoutEntriesOffset);
+static_assert(sizeof(PARTITION_INFORMATION_EX) == kLayoutEntryBytes &&
+              offsetof(PARTITION_INFORMATION_EX, PartitionNumber) == kEntryNumberOffset &&
+              offsetof(PARTITION_INFORMATION_EX, RewritePartition) == kEntryRewriteOffset &&
+              offsetof(PARTITION_INFORMATION_EX, Gpt.PartitionId) == kEntryIdentityOffset);
 
 namespace {
 
