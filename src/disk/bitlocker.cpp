@@ -6,8 +6,9 @@
 #include <wchar.h>
 
 #include "Wrenkits.h"
-#include "disk/com_owners.h"
 #include "frame/log.h"
+#include "frame/text.h"
+#include "frame/unique_any.h"
 
 using namespace wrenkits;
 
@@ -75,14 +76,14 @@ void CheckVolume(IWbemServices* services, const wchar_t* deviceId, BSTR method, 
     }
     unique_bstr path;
     if (FAILED(MakeBstr(objectPath, path))) return;
-    unique_com<IWbemClassObject> out;
+    com_ptr<IWbemClassObject> out;
     HRESULT result = services->ExecMethod(path.get(), method, 0, nullptr, nullptr, out.put(), nullptr);
     if (FAILED(result)) {
         LogW(L"%S get protect status of %s error: 0x%x", kName, objectPath, result);
         return;
     }
     unique_variant status;
-    result = out ? out.get()->Get(L"ProtectionStatus", 0, status.put(), nullptr, nullptr) : E_POINTER;
+    result = out ? out->Get(L"ProtectionStatus", 0, status.put(), nullptr, nullptr) : E_POINTER;
     if (FAILED(result)) LogW(L"%S get protect status of %s error: 0x%x", kName, objectPath, result);
 
     if (result == kVolumeLocked) {
@@ -100,9 +101,9 @@ void CheckVolume(IWbemServices* services, const wchar_t* deviceId, BSTR method, 
 
 HRESULT ListProtectedVolumes(DWORD& mask) {
     // Declared in the order they are obtained, so they are released in reverse.
-    unique_com<IWbemLocator> locator;
+    com_ptr<IWbemLocator> locator;
     HRESULT result = ::CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
-                                        reinterpret_cast<void**>(locator.put()));
+                                        locator.put_void());
     if (FAILED(result)) return Failed("CoCreateInstance", result);
 
     unique_bstr space, language, query, method;
@@ -112,27 +113,27 @@ HRESULT ListProtectedVolumes(DWORD& mask) {
         FAILED(result = MakeBstr(L"GetProtectionStatus", method)))
         return result;
 
-    unique_com<IWbemServices> services;
-    result = locator.get()->ConnectServer(space.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr, services.put());
+    com_ptr<IWbemServices> services;
+    result = locator->ConnectServer(space.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr, services.put());
     if (FAILED(result)) return Failed("ConnectServer", result);
 
     result = ::CoSetProxyBlanket(services.get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr, RPC_C_AUTHN_LEVEL_CALL,
                                  RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE);
     if (FAILED(result)) return Failed("CoSetProxyBlanket", result);
 
-    unique_com<IEnumWbemClassObject> volumes;
-    result = services.get()->ExecQuery(language.get(), query.get(), WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
+    com_ptr<IEnumWbemClassObject> volumes;
+    result = services->ExecQuery(language.get(), query.get(), WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
                                  nullptr, volumes.put());
     if (FAILED(result)) return Failed("ExecQuery", result);
 
     for (;;) {
-        unique_com<IWbemClassObject> volume;
+        com_ptr<IWbemClassObject> volume;
         ULONG returned = 0;
-        result = volumes.get()->Next(WBEM_INFINITE, 1, volume.put(), &returned);
+        result = volumes->Next(WBEM_INFINITE, 1, volume.put(), &returned);
         if (returned == 0) return result;
 
         unique_variant id;
-        result = volume.get()->Get(L"DeviceID", 0, id.put(), nullptr, nullptr);
+        result = volume->Get(L"DeviceID", 0, id.put(), nullptr, nullptr);
         if (FAILED(result)) {
             LogA("%s get DeviceID error: 0x%x", kName, result);
             return result;
@@ -150,10 +151,8 @@ HRESULT ListProtectedVolumes(DWORD& mask) {
 }  // namespace
 
 extern "C" HRESULT WINAPI ZN_GetBitLockerVolumes(LPDWORD letterMask) {
-    if (!letterMask) {
-        LogA("%s letter mask is null", kName);
-        return E_INVALIDARG;
-    }
+    // The refusal's 87 in its COM form, E_INVALIDARG.
+    if (!letterMask) return HRESULT_FROM_WIN32(RefuseInvalid(kName, "letter mask"));
     *letterMask = 0;
     MultithreadedApartment apartment;
     if (FAILED(apartment.result())) {

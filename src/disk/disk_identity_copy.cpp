@@ -29,7 +29,7 @@ constexpr char kName[] = "ZN_CopyDiskGuid";
 // Declared per disk, so each disk's handle and buffer go together on every path.
 struct Disk {
     wchar_t path[32] = {};  // room for any 32-bit number
-    unique_file handle;
+    unique_handle handle;
     unique_heap layout;
     DWORD layoutBytes = 0;
 

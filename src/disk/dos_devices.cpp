@@ -27,23 +27,14 @@ DWORD TargetHivePath(const char* name, wchar_t letter, UINT(WINAPI* folder)(LPWS
                      wchar_t (&path)[kPathChars]) {
     wchar_t running[kPathChars] = {};
     const UINT length = folder(running, kPathChars);
-    if (length == 0 || length >= kPathChars || _snwprintf_s(path, kPathChars, _TRUNCATE, L"%s%s", running, tail) < 0) {
-        LogW(L"%S load %s%s error: %d", name, running, tail, ERROR_FILENAME_EXCED_RANGE);
-        return ERROR_FILENAME_EXCED_RANGE;
-    }
+    if (length == 0 || length >= kPathChars || !FormatWholeW(path, kPathChars, L"%s%s", running, tail))
+        return RefuseTooLong(name, "hive path", kPathChars - 1);
     path[0] = letter;
     return ERROR_SUCCESS;
 }
 
-DWORD RefuseDrive(const char* name) {
-    LogA("%s system drive is invalid", name);
-    return ERROR_INVALID_PARAMETER;
-}
-
-DWORD RefuseMap(const char* name) {
-    LogA("%s letter map is null", name);
-    return ERROR_INVALID_PARAMETER;
-}
+DWORD RefuseDrive(const char* name) { return RefuseInvalid(name, "system drive"); }
+DWORD RefuseMap(const char* name) { return RefuseInvalid(name, "letter map"); }
 
 void ValueName(char (&out)[kValueNameChars], char letter) {
     _snprintf_s(out, _TRUNCATE, "\\DosDevices\\%c:", letter);
