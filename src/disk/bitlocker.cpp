@@ -151,8 +151,10 @@ HRESULT ListProtectedVolumes(DWORD& mask) {
 }  // namespace
 
 extern "C" HRESULT WINAPI ZN_GetBitLockerVolumes(LPDWORD letterMask) {
-    // The refusal's 87 in its COM form, E_INVALIDARG.
-    if (!letterMask) return HRESULT_FROM_WIN32(RefuseInvalid(kName, "letter mask"));
+    if (!letterMask) {
+        const DWORD refused = RefuseInvalid(kName, "letter mask");
+        return HRESULT_FROM_WIN32(refused);  // 87 in its COM form, E_INVALIDARG
+    }
     *letterMask = 0;
     MultithreadedApartment apartment;
     if (FAILED(apartment.result())) {
