@@ -2,6 +2,7 @@
 #include <string.h>
 #include <wchar.h>
 
+#include <optional>
 #include <type_traits>
 
 #include "Wrenkits.h"
@@ -21,16 +22,24 @@ constexpr size_t kValueNameChars = 20;
 constexpr DWORD kRepairDataBytes = 1024;
 constexpr DWORD kMapDataBytes = 512;
 
-// The offline installation is taken to sit in the running system's folder, only on
-// the caller's letter: `folder` is the running system's (system or Windows) folder.
-DWORD TargetHivePath(const char* name, wchar_t letter, UINT(WINAPI* folder)(LPWSTR, UINT), const wchar_t* tail,
-                     wchar_t (&path)[kPathChars]) {
-    wchar_t running[kPathChars] = {};
-    const UINT length = folder(running, kPathChars);
-    if (length == 0 || length >= kPathChars || !FormatWholeW(path, kPathChars, L"%s%s", running, tail))
+// Where the offline SYSTEM hive lies: the running system's system folder, or its
+// Windows folder plus "system32" (the letter map's way), on the caller's letter. So
+// the offline installation is taken to sit in the same folder as the running one.
+enum class HiveFolder { System, Windows };
+
+// Mounts the offline SYSTEM hive as ZNRegKey into `hive`; 0, or the error already logged.
+DWORD MountTargetHive(const char* name, wchar_t letter, HiveFolder folder, std::optional<MountedHive>& hive) {
+    wchar_t running[kPathChars] = {}, path[kPathChars];
+    const bool system = folder == HiveFolder::System;
+    const UINT length = system ? ::GetSystemDirectoryW(running, kPathChars) : ::GetWindowsDirectoryW(running, kPathChars);
+    if (length == 0 || length >= kPathChars ||
+        !FormatWholeW(path, kPathChars, L"%s%s", running, system ? L"\\config\\system" : L"\\system32\\config\\system"))
         return RefuseTooLong(name, "hive path", kPathChars - 1);
     path[0] = letter;
-    return ERROR_SUCCESS;
+    hive.emplace(path, kMountName);
+    if (*hive) return ERROR_SUCCESS;
+    LogW(L"%S load %s error: %d", name, path, hive->result());
+    return hive->result();
 }
 
 DWORD RefuseDrive(const char* name) { return RefuseInvalid(name, "system drive"); }
@@ -117,16 +126,10 @@ DWORD RepairDosDevice(typename W::Char systemDrive, const typename W::Char* lett
     if (!IsDriveLetter(static_cast<std::make_unsigned_t<Char>>(systemDrive))) return RefuseDrive(W::kName);
     if (!letterMap) return RefuseMap(W::kName);
 
-    wchar_t hivePath[kPathChars];
+    std::optional<MountedHive> hive;
     // A narrow letter is widened as a signed character; only ASCII letters get here.
-    if (const DWORD error =
-            TargetHivePath(W::kName, static_cast<wchar_t>(systemDrive), ::GetSystemDirectoryW, L"\\config\\system", hivePath))
+    if (const DWORD error = MountTargetHive(W::kName, static_cast<wchar_t>(systemDrive), HiveFolder::System, hive))
         return error;
-    MountedHive hive(hivePath, kMountName);
-    if (!hive) {
-        LogW(L"%S load %s error: %d", W::kName, hivePath, hive.result());
-        return hive.result();
-    }
 
     // Both keys are declared after the hive, so they are closed before the unmount.
     Char targetPath[kPathChars];
@@ -189,14 +192,8 @@ extern "C" DWORD WINAPI ZN_ClearDosDevice(WCHAR systemDrive, DWORD letterMask) {
     constexpr char kName[] = "ZN_ClearDosDevice";
     if (!IsDriveLetter(systemDrive)) return RefuseDrive(kName);
 
-    wchar_t hivePath[kPathChars];
-    if (const DWORD error = TargetHivePath(kName, systemDrive, ::GetSystemDirectoryW, L"\\config\\system", hivePath))
-        return error;
-    MountedHive hive(hivePath, kMountName);
-    if (!hive) {
-        LogW(L"%S load %s error: %d", kName, hivePath, hive.result());
-        return hive.result();
-    }
+    std::optional<MountedHive> hive;
+    if (const DWORD error = MountTargetHive(kName, systemDrive, HiveFolder::System, hive)) return error;
 
     wchar_t targetPath[kPathChars];
     WideRepair::TargetKey(targetPath);
@@ -225,15 +222,9 @@ extern "C" DWORD WINAPI ZN_GetDoscharMapA(CHAR systemDrive, CHAR* letterMap) {
     if (!IsDriveLetter(static_cast<unsigned char>(systemDrive))) return RefuseDrive(kName);
     memset(letterMap, 0, kLetters);
 
-    wchar_t hivePath[kPathChars];
-    if (const DWORD error = TargetHivePath(kName, static_cast<wchar_t>(systemDrive), ::GetWindowsDirectoryW,
-                                           L"\\system32\\config\\system", hivePath))
+    std::optional<MountedHive> hive;
+    if (const DWORD error = MountTargetHive(kName, static_cast<wchar_t>(systemDrive), HiveFolder::Windows, hive))
         return error;
-    MountedHive hive(hivePath, kMountName);
-    if (!hive) {
-        LogW(L"%S load %s error: %d", kName, hivePath, hive.result());
-        return hive.result();
-    }
 
     // Both keys after the hive: closed before the unmount.
     unique_hkey running;

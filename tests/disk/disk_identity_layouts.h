@@ -1,4 +1,5 @@
-// Drive layouts as the disk driver reports them, for the identity-copy tests.
+// Drive layouts as the disk driver reports them (the platform's records), for the
+// identity-copy tests.
 #pragma once
 
 #include <windows.h>
@@ -10,43 +11,36 @@
 
 namespace disktest {
 
-// One partition: its number and the byte its 16 identity bytes are filled with.
+constexpr auto MBR = PARTITION_STYLE_MBR, GPT = PARTITION_STYLE_GPT;
+
+// A partition: its number, the byte filling its 16 identity bytes, its rewrite flag.
 struct Part {
     DWORD number;
     std::uint8_t id;
     bool rewrite = false;
 };
 
-// An 8192-byte layout buffer; `disk` fills the disk identity, `salt` shifts the
-// partitions' offsets so that a copied entry shows.
+// The layout's bytes as the driver returns them (header and entries), or the whole
+// 8192-byte request buffer. `disk` fills the disk identity; `salt` moves the
+// partitions, so that an entry copied whole shows.
 inline std::vector<std::uint8_t> Layout(PARTITION_STYLE style, std::uint8_t disk, const std::vector<Part>& parts,
-                                        int salt = 0) {
-    std::vector<std::uint8_t> buffer(8192);
-    auto* layout = reinterpret_cast<DRIVE_LAYOUT_INFORMATION_EX*>(buffer.data());
+                                        int salt = 0, bool whole = false) {
+    std::vector<std::uint8_t> bytes(whole ? 8192 : 48 + 144 * parts.size());
+    auto* layout = reinterpret_cast<DRIVE_LAYOUT_INFORMATION_EX*>(bytes.data());
     layout->PartitionStyle = style;
-    layout->PartitionCount = static_cast<DWORD>(parts.size());
-    std::memset(buffer.data() + 8, disk, 16);
-    if (style == PARTITION_STYLE_GPT) layout->Gpt.MaxPartitionCount = 128;
+    layout->PartitionCount = DWORD(parts.size());
+    std::memset(bytes.data() + 8, disk, 16);
     for (size_t i = 0; i < parts.size(); ++i) {
-        auto* e = reinterpret_cast<PARTITION_INFORMATION_EX*>(buffer.data() + 48 + i * 144);
+        auto* e = reinterpret_cast<PARTITION_INFORMATION_EX*>(bytes.data() + 48 + i * 144);
         e->PartitionStyle = style;
-        e->StartingOffset.QuadPart = (LONGLONG(i) * 100 + salt + 1) << 20;
-        e->PartitionLength.QuadPart = LONGLONG(99) << 20;
+        e->StartingOffset.QuadPart = LONGLONG(i * 100 + salt + 1) << 20;
+        e->PartitionLength.QuadPart = 99 << 20;
         e->PartitionNumber = parts[i].number;
         e->RewritePartition = parts[i].rewrite;
-        if (style == PARTITION_STYLE_GPT) {
-            e->Gpt.PartitionType = {0xebd0a0a2, 0xb9e5, 0x4433, {0x87, 0xc0, 0x68, 0xb6, 0xb7, 0x26, 0x99, 0xc7}};
-            wcscpy(e->Gpt.Name, L"Basic data partition");
-        } else if (parts[i].number) {
-            e->Mbr.PartitionType = 7;
-            e->Mbr.RecognizedPartition = TRUE;
-        }
-        std::memset(buffer.data() + 48 + i * 144 + 48, parts[i].id, 16);
+        e->Mbr.PartitionType = style == MBR && parts[i].number ? 7 : 0;  // NTFS; in GPT the type GUID's first byte
+        std::memset(bytes.data() + 48 + i * 144 + 48, parts[i].id, 16);
     }
-    return buffer;
+    return bytes;
 }
-
-// The bytes a driver returns for it: header and entries.
-inline DWORD LayoutBytes(const std::vector<Part>& parts) { return DWORD(48 + 144 * parts.size()); }
 
 }  // namespace disktest
