@@ -1,9 +1,9 @@
-#include <windows.h>
-#include <oleauto.h>
 #include <objbase.h>
+#include <oleauto.h>
 #include <stdio.h>
 #include <wbemcli.h>
 #include <wchar.h>
+#include <windows.h>
 
 #include "Wrenkits.h"
 #include "frame/log.h"
@@ -102,8 +102,8 @@ void CheckVolume(IWbemServices* services, const wchar_t* deviceId, BSTR method, 
 HRESULT ListProtectedVolumes(DWORD& mask) {
     // Declared in the order they are obtained, so they are released in reverse.
     com_ptr<IWbemLocator> locator;
-    HRESULT result = ::CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
-                                        locator.put_void());
+    HRESULT result =
+        ::CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator, locator.put_void());
     if (FAILED(result)) return Failed("CoCreateInstance", result);
 
     unique_bstr space, language, query, method;

@@ -39,7 +39,8 @@ IdentityCopy CopyLayoutIdentity(ConstLayoutBuffer source, LayoutBuffer destinati
         size_t s = 0;
         while (s < sourceCount && ReadDword(source, EntryOffset(s) + kEntryNumberOffset) != number) ++s;
         if (s == sourceCount) return {ERROR_FILE_NOT_FOUND, number};
-        memcpy(entry + kEntryIdentityOffset, source.data() + EntryOffset(s) + kEntryIdentityOffset, kEntryIdentityBytes);
+        memcpy(entry + kEntryIdentityOffset, source.data() + EntryOffset(s) + kEntryIdentityOffset,
+               kEntryIdentityBytes);
         entry[kEntryRewriteOffset] = 1;
     }
     return {ERROR_SUCCESS, 0};

@@ -31,7 +31,8 @@ enum class HiveFolder { System, Windows };
 DWORD MountTargetHive(const char* name, wchar_t letter, HiveFolder folder, std::optional<MountedHive>& hive) {
     wchar_t running[kPathChars] = {}, path[kPathChars];
     const bool system = folder == HiveFolder::System;
-    const UINT length = system ? ::GetSystemDirectoryW(running, kPathChars) : ::GetWindowsDirectoryW(running, kPathChars);
+    const UINT length =
+        system ? ::GetSystemDirectoryW(running, kPathChars) : ::GetWindowsDirectoryW(running, kPathChars);
     if (length == 0 || length >= kPathChars ||
         !FormatWholeW(path, kPathChars, L"%s%s", running, system ? L"\\config\\system" : L"\\system32\\config\\system"))
         return RefuseTooLong(name, "hive path", kPathChars - 1);
@@ -45,9 +46,7 @@ DWORD MountTargetHive(const char* name, wchar_t letter, HiveFolder folder, std::
 DWORD RefuseDrive(const char* name) { return RefuseInvalid(name, "system drive"); }
 DWORD RefuseMap(const char* name) { return RefuseInvalid(name, "letter map"); }
 
-void ValueName(char (&out)[kValueNameChars], char letter) {
-    _snprintf_s(out, _TRUNCATE, "\\DosDevices\\%c:", letter);
-}
+void ValueName(char (&out)[kValueNameChars], char letter) { _snprintf_s(out, _TRUNCATE, "\\DosDevices\\%c:", letter); }
 void ValueName(wchar_t (&out)[kValueNameChars], wchar_t letter) {
     _snwprintf_s(out, _TRUNCATE, L"\\DosDevices\\%c:", letter);
 }

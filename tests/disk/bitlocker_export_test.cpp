@@ -87,7 +87,8 @@ HRESULT STDMETHODCALLTYPE ExecMethod(Object*, BSTR path, BSTR method, LONG, IWbe
 }
 Vtable kServices(offsetof(IWbemServicesVtbl, ExecQuery), reinterpret_cast<void*>(ExecQuery),
                  offsetof(IWbemServicesVtbl, ExecMethod), reinterpret_cast<void*>(ExecMethod));
-HRESULT STDMETHODCALLTYPE Connect(Object*, BSTR space, BSTR, BSTR, BSTR, LONG, BSTR, IWbemContext*, IWbemServices** out) {
+HRESULT STDMETHODCALLTYPE Connect(Object*, BSTR space, BSTR, BSTR, BSTR, LONG, BSTR, IWbemContext*,
+                                  IWbemServices** out) {
     g.calls.push_back(Utf8(space));
     return Hand(g.fail[1], out, kServices);
 }
@@ -114,7 +115,8 @@ BOOL WINAPI FakePaths(LPCWSTR id, LPWCH paths, DWORD chars, PDWORD length) {
 void WINAPI CaptureA(LPCSTR text) { g.log.push_back(text + 10); }
 void WINAPI CaptureW(LPCWSTR text) { g.log.push_back(Utf8(text + 10)); }
 
-const Lines kSetup = {"create locator", "ROOT\\CIMV2\\Security\\MicrosoftVolumeEncryption", "blanket 10033"  /* NTLM, no authorisation, call level, impersonate */,
+// "blanket 10033": NTLM, no authorisation, call level, impersonation.
+const Lines kSetup = {"create locator", "ROOT\\CIMV2\\Security\\MicrosoftVolumeEncryption", "blanket 10033",
                       "WQL SELECT * FROM Win32_EncryptableVolume 48"};
 std::string Path(char c) { return "Win32_EncryptableVolume.DeviceID='\\\\?\\" + Utf8(Id(c).substr(4)) + "'"; }
 const std::string kName = "ZN_GetBitLockerVolumes ";
@@ -131,7 +133,8 @@ TEST(GetBitLockerVolumes, MarksTheLettersOfProtectedAndLockedVolumes) {
         HRESULT end = WBEM_S_FALSE;
     } cases[] = {
         {"unprotected C, protected D, no letter, locked E, state 3 on F, unknown G, failing H and I",
-         {{'C', 0}, {'D'}, {0}, {'E', 0, locked}, {'F', 3}, {'G', 2}, {'H', 1, notFound}, {'I', 1, S_OK, E_ACCESSDENIED}},
+         {{'C', 0}, {'D'}, {0}, {'E', 0, locked}, {'F', 3}, {'G', 2}, {'H', 1, notFound},
+          {'I', 1, S_OK, E_ACCESSDENIED}},
          WBEM_S_FALSE, 0x58,
          {kName + "get protect status of " + Path('E') + " error: 0x80310000",
           kName + "volume " + Utf8(Id('F')) + " F:\\ state:\xE3\x80\x80" "3",
@@ -148,11 +151,12 @@ TEST(GetBitLockerVolumes, MarksTheLettersOfProtectedAndLockedVolumes) {
         SCOPED_TRACE(c.name);
         g = {.end = c.end, .volumes = c.volumes};
         if (c.failing < 4) g.fail[c.failing] = c.result;
-        wrtest::ImportHook hooks[] = {{"ole32.dll", "CoCreateInstance", reinterpret_cast<void*>(FakeCreate)},
-                                      {"ole32.dll", "CoSetProxyBlanket", reinterpret_cast<void*>(FakeBlanket)},
-                                      {"kernel32.dll", "GetVolumePathNamesForVolumeNameW", reinterpret_cast<void*>(FakePaths)},
-                                      {"kernel32.dll", "OutputDebugStringA", reinterpret_cast<void*>(CaptureA)},
-                                      {"kernel32.dll", "OutputDebugStringW", reinterpret_cast<void*>(CaptureW)}};
+        wrtest::ImportHook hooks[] = {
+            {"ole32.dll", "CoCreateInstance", reinterpret_cast<void*>(FakeCreate)},
+            {"ole32.dll", "CoSetProxyBlanket", reinterpret_cast<void*>(FakeBlanket)},
+            {"kernel32.dll", "GetVolumePathNamesForVolumeNameW", reinterpret_cast<void*>(FakePaths)},
+            {"kernel32.dll", "OutputDebugStringA", reinterpret_cast<void*>(CaptureA)},
+            {"kernel32.dll", "OutputDebugStringW", reinterpret_cast<void*>(CaptureW)}};
         DWORD mask = 0xdeadbeef;
         EXPECT_EQ(c.result, ZN_GetBitLockerVolumes(&mask));
         EXPECT_EQ(c.mask, mask);

@@ -42,7 +42,7 @@ BOOL WINAPI FakeDeviceIoControl(HANDLE h, DWORD code, LPVOID in, DWORD inBytes, 
     g.calls.push_back((get ? "get " : code == IOCTL_DISK_SET_DRIVE_LAYOUT_EX ? "set " : "? ") + std::to_string(n));
     const auto& layout = g.layouts[n];
     DWORD error = get ? (outBytes < layout.size() ? ERROR_INSUFFICIENT_BUFFER : 0) : g.setError;
-    if (get && !error) *returned = DWORD(std::copy(layout.begin(), layout.end(), (std::uint8_t*)out) - (std::uint8_t*)out);
+    if (get && !error) memcpy(out, layout.data(), *returned = DWORD(layout.size()));
     if (!get) g.written.assign((std::uint8_t*)in, (std::uint8_t*)in + inBytes);
     return SetLastError(error), !error;
 }
@@ -65,10 +65,10 @@ TEST(CopyDiskGuid, WritesTheSourceIdentityOntoTheDestinationLayout) {
         PARTITION_STYLE style = MBR;  // the source's; the destination is MBR
         DWORD from = 0, to = 1, setError = 0;
     } cases[] = {
-        {"MBR clone", {{1, 0xa1}, {2, 0xa2}}, {{1, 0xb1}, {0, 0}, {2, 0xb2}}, {{1, 0xa1, true}, {0, 0}, {2, 0xa2, true}},
-         0, all},
-        {"partner missing: partial layout written, 2", {{1, 0xa1}}, {{1, 0xb1}, {2, 0xb2}}, {{1, 0xa1, true}, {2, 0xb2}},
-         2, all, {tag + "partition 2 on destination disk is not found on source disk"}},
+        {"MBR clone", {{1, 0xa1}, {2, 0xa2}}, {{1, 0xb1}, {0, 0}, {2, 0xb2}},
+         {{1, 0xa1, true}, {0, 0}, {2, 0xa2, true}}, 0, all},
+        {"partner missing: partial layout written, 2", {{1, 0xa1}}, {{1, 0xb1}, {2, 0xb2}},
+         {{1, 0xa1, true}, {2, 0xb2}}, 2, all, {tag + "partition 2 on destination disk is not found on source disk"}},
         {"no destination partitions: the disk identity alone", {{1, 0xa1}}, {}, {}, 0, all},
         {"styles differ: nothing written", {{1, 0xa1}}, {{1, 0xb1}}, {}, 13, unwritten,
          {tag + "partition style of disk 0 and 1 is not same"}, GPT},

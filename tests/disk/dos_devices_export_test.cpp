@@ -40,10 +40,11 @@ Values Read(const wchar_t* path, bool write = false, const Values& values = {}) 
 }
 LONG WINAPI SavingUnload(HKEY root, LPCWSTR name) {
     HKEY key;
-    RegOpenKeyExW(root, name, 0, KEY_READ, &key);
-    DeleteFileW(kHive.c_str());
-    EXPECT_EQ(0, RegSaveKeyW(key, kHive.c_str(), nullptr));
-    RegCloseKey(key);
+    if (!RegOpenKeyExW(root, name, 0, KEY_READ, &key)) {
+        DeleteFileW(kHive.c_str());
+        EXPECT_EQ(0, RegSaveKeyW(key, kHive.c_str(), nullptr));
+        RegCloseKey(key);
+    }
     return RegUnLoadKeyW(root, name);
 }
 DWORD WINAPI FakeDrives() { return kDrives; }
@@ -107,25 +108,34 @@ protected:
 
 const std::string kTag = "[Wrenkit] ", kNoHive = "T:\\windows\\system32\\config\\system";
 Lines NoHive(const char* name) {
-    return {kTag + "ZN_LoadRegistry load " + kNoHive + " to ZNRegKey error: 3", kTag + name + " load " + kNoHive + " error: 3"};
+    return {kTag + "ZN_LoadRegistry load " + kNoHive + " to ZNRegKey error: 3",
+            kTag + name + " load " + kNoHive + " error: 3"};
 }
-std::string Refused(const char* name, const char* what) { return kTag + name + " refused: " + what + " is missing or not valid"; }
+std::string Refused(const char* name, const char* what) {
+    return kTag + name + " refused: " + what + " is missing or not valid";
+}
 
 TEST_F(Letters, RepairReplacesEveryTargetValueByTheMappedRunningLetters) {
     const std::string wide = kTag + "ZN_RepairDosDevice ", narrow = kTag + "ZN_RepairDosDeviceA ";
     const Case cases[] = {
         {"re-letters and skips", [] { return ZN_RepairDosDevice(L'W', Map("DeEDF*").c_str()); }, 0,
          {{L('E'), "disk-d-long"}, {L('D'), "disk-e"}}, {wide + "D ==> e", wide + "E ==> D"}},
-        {"two entries name H, a running value is missing", [] { return ZN_RepairDosDevice(L'W', Map("DHEHQQ").c_str()); },
-         0, {{L('H'), "disk-e"}}, {wide + "D ==> H", wide + "E ==> H", wide + "query \\DosDevices\\Q: error: 2"}},
-        {"no hive", [] { return ZN_RepairDosDevice(L'T', Map("DD").c_str()); }, 3, kOffline, NoHive("ZN_RepairDosDevice")},
+        {"two entries name H, a running value is missing",
+         [] { return ZN_RepairDosDevice(L'W', Map("DHEHQQ").c_str()); }, 0, {{L('H'), "disk-e"}},
+         {wide + "D ==> H", wide + "E ==> H", wide + "query \\DosDevices\\Q: error: 2"}},
+        {"no hive", [] { return ZN_RepairDosDevice(L'T', Map("DD").c_str()); }, 3, kOffline,
+         NoHive("ZN_RepairDosDevice")},
         {"drive no letter", [] { return ZN_RepairDosDevice(L'1', Map("DD").c_str()); }, 87, kOffline,
          {Refused("ZN_RepairDosDevice", "system drive")}},
-        {"no map", [] { return ZN_RepairDosDeviceA('W', nullptr); }, 87, kOffline, {Refused("ZN_RepairDosDeviceA", "letter map")}},
+        {"no map", [] { return ZN_RepairDosDeviceA('W', nullptr); }, 87, kOffline,
+         {Refused("ZN_RepairDosDeviceA", "letter map")}},
         {"narrow: HKLM\\Z\\MountedDevices missing", [] { return ZN_RepairDosDeviceA('W', MapA("DD").c_str()); }, 2,
          kOffline, {narrow + "open Z\\MountedDevices error: 2"}},
         {"narrow: works in HKLM\\Z\\MountedDevices",
-         [] { return Read(L"Z\\MountedDevices", true, {{"stale", "x"}}), ZN_RepairDosDeviceA('W', MapA("DeQQ").c_str()); },
+         [] {
+             Read(L"Z\\MountedDevices", true, {{"stale", "x"}});
+             return ZN_RepairDosDeviceA('W', MapA("DeQQ").c_str());
+         },
          0, kOffline, {narrow + "D ==> e", narrow + "query \\DosDevices\\Q: error: 2"}, "", {{L('E'), "disk-d-long"}}},
     };
     for (const Case& c : cases) Check(c);
@@ -136,7 +146,8 @@ TEST_F(Letters, ClearDeletesTheMaskedLetters) {
     const Case cases[] = {
         {"mask 0", [] { return ZN_ClearDosDevice(L'W', 0); }, 0, kOffline, {}},
         {"C, a missing D, bits past Z", [] { return ZN_ClearDosDevice(L'W', 0xfc00000c); }, 0, withoutC,
-         {kTag + "ZN_ClearDosDevice delete \\DosDevices\\C: successfully", kTag + "ZN_ClearDosDevice delete \\DosDevices\\D: error: 2"}},
+         {kTag + "ZN_ClearDosDevice delete \\DosDevices\\C: successfully",
+          kTag + "ZN_ClearDosDevice delete \\DosDevices\\D: error: 2"}},
         {"drive no letter", [] { return ZN_ClearDosDevice(WCHAR(0x157), 4); }, 87, kOffline,
          {Refused("ZN_ClearDosDevice", "system drive")}},
     };
@@ -150,7 +161,8 @@ TEST_F(Letters, MapFindsTheLowestTargetLetterWhoseValueStartsTheRunningOne) {
          {name + "D ---> C", name + "F ---> F", name + "G ---> F"}, "...C.FF..................."},
         {"drive no letter: map untouched", [] { return ZN_GetDoscharMapA(':', g_map); }, 87, kOffline,
          {Refused("ZN_GetDoscharMapA", "system drive")}, "##########################"},
-        {"no map", [] { return ZN_GetDoscharMapA('W', nullptr); }, 87, kOffline, {Refused("ZN_GetDoscharMapA", "letter map")}},
+        {"no map", [] { return ZN_GetDoscharMapA('W', nullptr); }, 87, kOffline,
+         {Refused("ZN_GetDoscharMapA", "letter map")}},
     };
     for (const Case& c : cases) Check(c);
 }

@@ -78,8 +78,8 @@ int BitLocker(const Args& a) {
 }
 
 const CommandTable kTable{
-    {L"letters map", L"DRIVE", L"show, per running-system letter, the letter the offline system on DRIVE gives that volume",
-     Map},
+    {L"letters map", L"DRIVE",
+     L"show, per running-system letter, the letter the offline system on DRIVE gives that volume", Map},
     {L"letters repair", L"DRIVE [XY ...] [--narrow]",
      L"give the offline system on DRIVE the running system's letters, X re-lettered as Y (none: all kept)", Repair},
     {L"letters clear", L"DRIVE LETTER [LETTER ...]", L"delete letters from the offline system on DRIVE", Clear},
