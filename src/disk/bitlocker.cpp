@@ -1,9 +1,10 @@
+#include <windows.h>
+
 #include <objbase.h>
 #include <oleauto.h>
 #include <stdio.h>
 #include <wbemcli.h>
 #include <wchar.h>
-#include <windows.h>
 
 #include "Wrenkits.h"
 #include "frame/log.h"
@@ -71,7 +72,7 @@ void CheckVolume(IWbemServices* services, const wchar_t* deviceId, BSTR method, 
     if (wcslen(deviceId) < 4 ||
         _snwprintf_s(objectPath, _TRUNCATE, L"Win32_EncryptableVolume.DeviceID='\\\\?\\%s'", deviceId + 4) < 0) {
         // A cut path would ask some other object; this volume is not looked at.
-        LogW(L"%S DeviceID %s too long", kName, deviceId);
+        LogW(L"%S DeviceID %s not usable", kName, deviceId);
         return;
     }
     unique_bstr path;
@@ -91,11 +92,14 @@ void CheckVolume(IWbemServices* services, const wchar_t* deviceId, BSTR method, 
         return;
     }
     if (FAILED(result)) return;
-    const LONG value = status.get().lVal;
+    // A status that is no number (null) marks nothing, like an unprotected volume.
+    const VARTYPE type = status.get().vt;
+    const bool number = type == VT_I4 || type == VT_UI4 || type == VT_INT || type == VT_UINT;
+    const LONG value = number ? status.get().lVal : kUnprotected;
     if (value == kProtected || value == kUnknown)
         mask |= LetterBit(mountPaths);
     else if (value != kUnprotected)
-        // The blank before the number is an ideographic space, as support's log filters expect.
+        // The blank before the number is an ideographic space (U+3000): the line has always read so.
         LogW(L"%S volume %s %s state:\u3000%d", kName, deviceId, mountPaths, value);
 }
 
@@ -141,7 +145,7 @@ HRESULT ListProtectedVolumes(DWORD& mask) {
         const wchar_t* name = id.get().vt == VT_BSTR && id.get().bstrVal ? id.get().bstrVal : L"";
         wchar_t deviceId[kDeviceIdChars] = {};
         if (_snwprintf_s(deviceId, _TRUNCATE, L"%s", name) < 0) {
-            LogW(L"%S DeviceID %s too long", kName, name);
+            LogW(L"%S DeviceID %s not usable", kName, name);
             continue;
         }
         CheckVolume(services.get(), deviceId, method.get(), mask);

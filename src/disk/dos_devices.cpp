@@ -56,6 +56,7 @@ void ValueName(wchar_t (&out)[kValueNameChars], wchar_t letter) {
 struct WideRepair {
     using Char = wchar_t;
     static constexpr char kName[] = "ZN_RepairDosDevice";
+    static constexpr wchar_t kRunningKey[] = L"SYSTEM\\MountedDevices";
     static void TargetKey(wchar_t (&out)[kPathChars]) {
         _snwprintf_s(out, _TRUNCATE, L"%s\\MountedDevices", kMountName);
     }
@@ -81,6 +82,7 @@ struct WideRepair {
 struct NarrowRepair {
     using Char = char;
     static constexpr char kName[] = "ZN_RepairDosDeviceA";
+    static constexpr char kRunningKey[] = "SYSTEM\\MountedDevices";
     // Kept as the narrow variant has always behaved: its key path takes only the
     // mount name's first character, so it opens HKEY_LOCAL_MACHINE\Z\MountedDevices,
     // which normally does not exist. Callers know the variant by that failure.
@@ -144,10 +146,7 @@ DWORD RepairDosDevice(typename W::Char systemDrive, const typename W::Char* lett
     DeleteAllValues<W>(target.get());
 
     unique_hkey running;
-    if constexpr (sizeof(Char) == 1)
-        status = W::Open(kRunningKey, KEY_READ, running.put());
-    else
-        status = W::Open(L"SYSTEM\\MountedDevices", KEY_READ, running.put());
+    status = W::Open(W::kRunningKey, KEY_READ, running.put());
     if (status != ERROR_SUCCESS) {
         LogA("%s open SYSTEM\\MountedDevices error: %d", W::kName, status);
         return status;
