@@ -62,13 +62,14 @@ TEST(CopyDiskGuid, WritesTheSourceIdentityOntoTheDestinationLayout) {
         std::vector<Part> source, destination, written;  // written: the destination entries sent
         DWORD result;
         Lines calls, log = {};
-        PARTITION_STYLE style = MBR;  // the source's; the destination is MBR
+        PARTITION_STYLE style = MBR;  // both disks'; for a 13 the destination's is MBR
         DWORD from = 0, to = 1, setError = 0;
     } cases[] = {
         {"MBR clone", {{1, 0xa1}, {2, 0xa2}}, {{1, 0xb1}, {0, 0}, {2, 0xb2}},
          {{1, 0xa1, true}, {0, 0}, {2, 0xa2, true}}, 0, all},
-        {"partner missing: partial layout written, 2", {{1, 0xa1}}, {{1, 0xb1}, {2, 0xb2}},
-         {{1, 0xa1, true}, {2, 0xb2}}, 2, all, {tag + "partition 2 on destination disk is not found on source disk"}},
+        {"GPT partner missing: partial layout written, 2", {{1, 0xa1}}, {{1, 0xb1}, {2, 0xb2}},
+         {{1, 0xa1, true}, {2, 0xb2}}, 2, all,
+         {tag + "partition 2 on destination disk is not found on source disk"}, GPT},
         {"no destination partitions: the disk identity alone", {{1, 0xa1}}, {}, {}, 0, all},
         {"styles differ: nothing written", {{1, 0xa1}}, {{1, 0xb1}}, {}, 13, unwritten,
          {tag + "partition style of disk 0 and 1 is not same"}, GPT},
@@ -82,7 +83,8 @@ TEST(CopyDiskGuid, WritesTheSourceIdentityOntoTheDestinationLayout) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        g = {{Layout(c.style, 0x5a, c.source, 7), Layout(MBR, 0x3c, c.destination)}, c.setError};
+        const PARTITION_STYLE destination = c.result == 13 ? MBR : c.style;
+        g = {{Layout(c.style, 0x5a, c.source, 7), Layout(destination, 0x3c, c.destination)}, c.setError};
         wrtest::ImportHook open("kernel32.dll", "CreateFileW", reinterpret_cast<void*>(FakeCreateFileW));
         wrtest::ImportHook control("kernel32.dll", "DeviceIoControl", reinterpret_cast<void*>(FakeDeviceIoControl));
         wrtest::ImportHook close("kernel32.dll", "CloseHandle", reinterpret_cast<void*>(FakeCloseHandle));
@@ -93,7 +95,7 @@ TEST(CopyDiskGuid, WritesTheSourceIdentityOntoTheDestinationLayout) {
         EXPECT_EQ(c.calls, g.calls);
         EXPECT_TRUE(g.open.empty()) << "a disk handle was left open";
         const bool set = c.calls.size() > 4 && c.calls[4] == "set 1";
-        EXPECT_EQ(set ? Layout(MBR, 0x5a, c.written) : std::vector<std::uint8_t>{}, g.written);
+        EXPECT_EQ(set ? Layout(destination, 0x5a, c.written) : std::vector<std::uint8_t>{}, g.written);
         EXPECT_EQ(c.log, log.Messages());
     }
 }
