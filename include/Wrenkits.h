@@ -335,15 +335,20 @@ WRENKITS_API BOOL WINAPI ZN_IsUsbPartition(WCHAR driveLetter);
 WRENKITS_API int WINAPI ZN_GetPathType(LPCWSTR path);
 /* Returns TRUE when the letter is a connected network drive and copies its \\server\share into remoteName (260 characters, may be NULL); FALSE otherwise, also for a non-letter (last error 87) or a remote name longer than 259 characters (206, buffer untouched). */
 WRENKITS_API BOOL WINAPI ZN_IsRemoteDrive(WCHAR driveLetter, LPWSTR remoteName);
-/* Replaces an offline system's MountedDevices letters by the running system's, re-lettered through a 26-entry map; returns 0 or the load/open error. */
+/* Replaces an offline system's MountedDevices letters by the running system's, re-lettered through a 26-entry map;
+   returns 0, the hive load or key open error, 87 for a system drive that is no letter or a null map. */
 WRENKITS_API DWORD WINAPI ZN_RepairDosDevice(WCHAR systemDrive, const WCHAR *letterMap);
-/* Narrow twin of ZN_RepairDosDevice (26-entry narrow map); returns 0 or the load/open error. */
+/* Narrow twin of ZN_RepairDosDevice (26-entry narrow map); it opens HKLM\Z\MountedDevices, not the hive's key, so it
+   normally returns 2 (the open error); else as ZN_RepairDosDevice, 87 for a drive that is no letter or a null map. */
 WRENKITS_API DWORD WINAPI ZN_RepairDosDeviceA(CHAR systemDrive, const CHAR *letterMap);
-/* Deletes the letters set in letterMask (bit 0 = A) from an offline system's MountedDevices; returns 0 or the load/open error. */
+/* Deletes the letters set in letterMask (bit 0 = A) from an offline system's MountedDevices;
+   returns 0, the hive load or key open error, 87 for a system drive that is no letter. */
 WRENKITS_API DWORD WINAPI ZN_ClearDosDevice(WCHAR systemDrive, DWORD letterMask);
-/* Fills a 26-entry map with the offline system's letter for each running-system letter's volume (0 where none); returns 0 or the load/open error. */
+/* Fills a 26-entry map with the offline system's letter for each running-system letter's volume (0 where none);
+   returns 0, the hive load or key open error, 87 for a drive that is no letter or a null map (map then untouched). */
 WRENKITS_API DWORD WINAPI ZN_GetDoscharMapA(CHAR systemDrive, CHAR *letterMap);
-/* Copies the disk identity and partition GUIDs of one physical disk onto another; returns 0, 13 for different partition styles, 2 for an unpaired partition, or an error. */
+/* Copies the disk identity and partition GUIDs of one physical disk onto another; returns 0, 13 for different
+   partition styles (nothing written), 2 for an unpaired partition (the pairs before it written), or the open/layout error. */
 WRENKITS_API DWORD WINAPI ZN_CopyDiskGuid(DWORD sourceDisk, DWORD destinationDisk);
 /* Returns TRUE when the volume is the running system's or holds a Windows installation with a readable version. */
 WRENKITS_API BOOL WINAPI ZN_IsSystemPartition(WCHAR driveLetter);
@@ -351,7 +356,8 @@ WRENKITS_API BOOL WINAPI ZN_IsSystemPartition(WCHAR driveLetter);
 WRENKITS_API BOOL WINAPI ZN_IsBootPartition(WCHAR driveLetter);
 /* Returns the first free drive letter from C to Z in upper case, or 0 when all are taken. */
 WRENKITS_API WCHAR WINAPI ZN_GetFreeDriveLetter(void);
-/* Sets a bit (bit 0 = A) in *letterMask for every BitLocker-protected or locked volume; returns the COM result (negative on failure, 1 after a full walk). */
+/* Sets a bit (bit 0 = A) in *letterMask for every BitLocker-protected or locked volume; returns the COM result
+   (negative on failure, 1 after a full walk), E_INVALIDARG (87 as a COM result) for a null letterMask. */
 WRENKITS_API HRESULT WINAPI ZN_GetBitLockerVolumes(LPDWORD letterMask);
 
 /* ------------------------------------------------------------------------ */
