@@ -21,19 +21,12 @@ constexpr wchar_t kConnectionKey[] =
     L"SYSTEM\\CurrentControlSet\\Control\\Network\\{4D36E972-E325-11CE-BFC1-08002BE10318}\\%s\\Connection";
 constexpr char kSet[] = "ZN_SetNetworkAdapter";
 
-void LogTooLong(const char* user, const wchar_t* text) {
-    LogW(L"%S text %s is longer than %d characters, refused", user, text, static_cast<int>(kPathChars - 1));
-}
-
 // Formats a key path or a command into a 260-character buffer; a text that would be
 // cut is refused (and logged), never used.
-bool Format(const char* user, wchar_t (&out)[kPathChars], const wchar_t* format, ...) {
-    va_list args;
-    va_start(args, format);
-    const int written = _vsnwprintf_s(out, kPathChars, _TRUNCATE, format, args);
-    va_end(args);
-    if (written >= 0) return true;
-    LogTooLong(user, out);
+bool Format(const char* user, const char* what, wchar_t (&out)[kPathChars], const wchar_t* format, const wchar_t* a,
+            const wchar_t* b = nullptr, const wchar_t* c = nullptr, const wchar_t* d = nullptr) {
+    if (FormatWholeW(out, kPathChars, format, a, b, c, d)) return true;
+    RefuseTooLong(user, what, kPathChars - 1);
     return false;
 }
 
@@ -97,13 +90,13 @@ public:
     bool Locate() {
         wchar_t system[kPathChars] = {};
         ::GetSystemDirectoryW(system, kPathChars);
-        if (!Format(kSet, program_, L"%s\\netsh.exe interface ip", system)) return false;
+        if (!Format(kSet, "program", program_, L"%s\\netsh.exe interface ip", system)) return false;
         LogW(L"%S ==> %s", kSet, program_);
         return true;
     }
     bool Add(const wchar_t* format, const wchar_t* connection, const wchar_t* a = nullptr,
              const wchar_t* b = nullptr, const wchar_t* c = nullptr) {
-        return Format(kSet, commands_[count_++], format, connection, a, b, c);
+        return Format(kSet, "netsh command", commands_[count_++], format, connection, a, b, c);
     }
     DWORD Run(int index) const { return ZN_RunProcess(program_, commands_[index], TRUE); }
     int count() const { return count_; }
@@ -155,7 +148,7 @@ DWORD GetNetworkAdapterInfo(LPCWSTR serviceName, AdapterInfo* info) {
     constexpr char kName[] = "GetNetworkAdapterInfo";
     if (!serviceName || !*serviceName || !info) return ERROR_INVALID_PARAMETER;
     wchar_t path[kPathChars];
-    if (!Format(kName, path, kInterfaceKey, serviceName)) return ERROR_FILENAME_EXCED_RANGE;
+    if (!Format(kName, "key path", path, kInterfaceKey, serviceName)) return ERROR_FILENAME_EXCED_RANGE;
     unique_hkey key;
     LSTATUS status = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, key.put());
     if (status != ERROR_SUCCESS) {
@@ -195,7 +188,7 @@ DWORD GetNetworkAdapterInfo(LPCWSTR serviceName, AdapterInfo* info) {
 DWORD EnableDhcp(const AdapterInfo* adapter) {
     constexpr char kName[] = "EnableDhcp";
     wchar_t path[kPathChars];
-    if (!Format(kName, path, kInterfaceKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
+    if (!Format(kName, "key path", path, kInterfaceKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
     unique_hkey key;
     LSTATUS status = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_WRITE, key.put());
     if (status != ERROR_SUCCESS) {
@@ -211,7 +204,7 @@ DWORD EnableDhcp(const AdapterInfo* adapter) {
 DWORD SetStaticIp(const AdapterInfo* adapter) {
     constexpr char kName[] = "SetStaticIp";
     wchar_t path[kPathChars];
-    if (!Format(kName, path, kInterfaceKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
+    if (!Format(kName, "key path", path, kInterfaceKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
     {
         unique_hkey key;
         const LSTATUS status = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_WRITE, key.put());
@@ -227,7 +220,7 @@ DWORD SetStaticIp(const AdapterInfo* adapter) {
     }
 
     // Older components read the adapter's own Tcpip key; it gets the same addresses.
-    if (!Format(kName, path, kLegacyKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
+    if (!Format(kName, "key path", path, kLegacyKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
     unique_hkey legacy;
     const LSTATUS status = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_WRITE, legacy.put());
     if (status != ERROR_SUCCESS) {
@@ -266,10 +259,11 @@ extern "C" DWORD WINAPI ZN_EnumNetworkAdapters(AdapterInfo* adapters, LPDWORD co
 }
 
 extern "C" DWORD WINAPI ZN_SetNetworkAdapter(const AdapterInfo* adapter) {
-    if (!adapter || !adapter->ServiceName[0] || !WholeRecord(*adapter)) return ERROR_INVALID_PARAMETER;
+    if (!adapter || !adapter->ServiceName[0]) return ERROR_INVALID_PARAMETER;
+    if (!WholeRecord(*adapter)) return RefuseInvalid(kSet, "unterminated adapter field");
 
     wchar_t path[kPathChars];
-    if (!Format(kSet, path, kConnectionKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
+    if (!Format(kSet, "key path", path, kConnectionKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
     // One character more than the read may fill, so the name is always terminated.
     wchar_t connection[kPathChars + 1] = {};
     {

@@ -47,7 +47,10 @@ bool UsableAddress(const IP_ADAPTER_INFO& adapter, const char* address) {
 }  // namespace
 
 extern "C" BOOL WINAPI ZN_GetFirstIpAddress(LPWSTR address) {
-    if (!address) return FALSE;
+    if (!address) {
+        RefuseInvalid(kFirstIp, "address buffer");
+        return FALSE;
+    }
 
     ULONG bytes = sizeof(IP_ADAPTER_INFO);
     unique_global block(::GlobalAlloc(GPTR, bytes));
@@ -86,7 +89,7 @@ extern "C" BOOL WINAPI ZN_GetFirstIpAddress(LPWSTR address) {
 }
 
 extern "C" DWORD WINAPI ZN_GetDomainName(LPWSTR name, LPDWORD inDomain, LPDWORD inWorkgroup) {
-    if (!name || !inDomain || !inWorkgroup) return ERROR_INVALID_PARAMETER;
+    if (!name || !inDomain || !inWorkgroup) return RefuseInvalid(kDomain, "output");
     *inDomain = 0;
     *inWorkgroup = 0;
 
@@ -115,11 +118,7 @@ extern "C" DWORD WINAPI ZN_GetDomainName(LPWSTR name, LPDWORD inDomain, LPDWORD 
 
     const auto* primary = static_cast<const POLICY_PRIMARY_DOMAIN_INFO*>(information.get());
     const size_t chars = primary->Name.Buffer ? primary->Name.Length / sizeof(WCHAR) : 0;
-    if (chars >= kPathChars) {
-        LogA("%s domain name of %d characters is longer than %d, refused", kDomain, static_cast<int>(chars),
-             static_cast<int>(kPathChars - 1));
-        return ERROR_FILENAME_EXCED_RANGE;
-    }
+    if (chars >= kPathChars) return RefuseTooLong(kDomain, "domain name", kPathChars - 1);
     if (chars) wmemcpy(name, primary->Name.Buffer, chars);
     name[chars] = L'\0';
 

@@ -4,6 +4,8 @@
 #include <string.h>
 #include <wchar.h>
 
+#include <initializer_list>
+
 #include "Wrenkits.h"
 #include "frame/log.h"
 #include "frame/text.h"
@@ -20,9 +22,7 @@ constexpr char kMap[] = "ZN_MapNetDrive";
 bool IsUnc(const wchar_t* path) { return path[0] == L'\\' && path[1] == L'\\'; }
 const wchar_t* OrEmpty(const wchar_t* text) { return text ? text : L""; }
 
-void LogTooLong(const char* user, const wchar_t* text) {
-    LogW(L"%S text %s is longer than %d characters, refused", user, text, static_cast<int>(kPathChars - 1));
-}
+constexpr size_t kLongest = kPathChars - 1;
 
 // Shares are cancelled with force and dropped from the user's profile as well.
 DWORD CancelShare(const wchar_t* name) { return ::WNetCancelConnection2W(name, CONNECT_UPDATE_PROFILE, TRUE); }
@@ -47,15 +47,6 @@ void ConnectShare(wchar_t* share, const wchar_t* user, const wchar_t* qualifiedU
     LogW(L"%S connect %s with %s:%s return %d", kConnect, share, tried, password, result);
 }
 
-// The narrow exports hand their text on in 260-character wide buffers; a text that
-// does not fit is refused rather than cut.
-bool Widen(const char* user, const char* text, wchar_t (&wide)[kPathChars]) {
-    wide[0] = L'\0';
-    if (::MultiByteToWideChar(CP_ACP, 0, text, -1, wide, static_cast<int>(kPathChars)) != 0) return true;
-    LogA("%s text %s is longer than %d characters, refused", user, text, static_cast<int>(kPathChars - 1));
-    return false;
-}
-
 }  // namespace
 
 DWORD CheckPathWrite(LPCWSTR folder, DWORD checkWrite) {
@@ -71,10 +62,8 @@ DWORD CheckPathWrite(LPCWSTR folder, DWORD checkWrite) {
     wchar_t name[kPathChars] = {};
     if (!::GetTempFileNameW(folder, L"tmp", 0, name)) {
         if (::GetLastError() == ERROR_DISK_FULL) return ERROR_DISK_FULL;
-        if (_snwprintf_s(name, kPathChars, _TRUNCATE, L"%s\\test_qrb_write", folder) < 0) {
-            LogTooLong("CheckPathWrite", folder);
-            return ERROR_FILENAME_EXCED_RANGE;
-        }
+        if (!FormatWholeW(name, kPathChars, L"%s\\test_qrb_write", folder))
+            return RefuseTooLong("CheckPathWrite", "folder", kLongest - wcslen(L"\\test_qrb_write"));
     }
     ::DeleteFileW(name);
     if (::CreateDirectoryW(name, nullptr)) {
@@ -101,19 +90,12 @@ extern "C" DWORD WINAPI ZN_ConnectNetworkPath(LPCWSTR path, LPCWSTR user, LPCWST
         LogW(L"%S path %s is not a valid share", kConnect, path);
         return ERROR_INVALID_PARAMETER;
     case ShareCut::TooLong:
-        LogTooLong(kConnect, path);
-        return ERROR_FILENAME_EXCED_RANGE;
+        return RefuseTooLong(kConnect, "share", kLongest);
     case ShareCut::Share:
         break;
     }
-    if (!IpcName(path, ipc)) {
-        LogTooLong(kConnect, path);
-        return ERROR_FILENAME_EXCED_RANGE;
-    }
-    if (!QualifiedUser(path, user, qualifiedUser)) {
-        LogTooLong(kConnect, user);
-        return ERROR_FILENAME_EXCED_RANGE;
-    }
+    if (!IpcName(path, ipc)) return RefuseTooLong(kConnect, "server name", kLongest - wcslen(L"\\IPC$"));
+    if (!QualifiedUser(path, user, qualifiedUser)) return RefuseTooLong(kConnect, "server\\user", kLongest);
     LogW(L"%S ---> %s user: %s", kConnect, share, qualifiedUser);
 
     DWORD probe = CheckPathWrite(share, checkWrite);
@@ -145,12 +127,10 @@ extern "C" DWORD WINAPI ZN_ConnectNetworkPath(LPCWSTR path, LPCWSTR user, LPCWST
 }
 
 extern "C" DWORD WINAPI ZN_ConnectNetworkPathA(LPCSTR path, LPCSTR user, LPCSTR password, DWORD checkWrite) {
-    if (!path || !user || !password) return ERROR_INVALID_PARAMETER;
-    wchar_t widePath[kPathChars], wideUser[kPathChars], widePassword[kPathChars];
-    constexpr char kName[] = "ZN_ConnectNetworkPathA";
-    if (!Widen(kName, path, widePath) || !Widen(kName, user, wideUser) || !Widen(kName, password, widePassword))
-        return ERROR_FILENAME_EXCED_RANGE;
-    return ZN_ConnectNetworkPath(widePath, wideUser, widePassword, checkWrite);
+    const WidePath widePath(path), wideUser(user), widePassword(password);
+    for (const WidePath* text : {&widePath, &wideUser, &widePassword})
+        if (text->error()) return RefuseTooLong("ZN_ConnectNetworkPathA", "text", kLongest);
+    return ZN_ConnectNetworkPath(widePath.get(), wideUser.get(), widePassword.get(), checkWrite);
 }
 
 extern "C" DWORD WINAPI ZN_DisconnectNetworkPath(LPCWSTR path) {
@@ -161,8 +141,7 @@ extern "C" DWORD WINAPI ZN_DisconnectNetworkPath(LPCWSTR path) {
         LogW(L"%S path %s is not a valid share", kDisconnect, path);
         return 0;
     case ShareCut::TooLong:
-        LogTooLong(kDisconnect, path);
-        return ERROR_FILENAME_EXCED_RANGE;
+        return RefuseTooLong(kDisconnect, "share", kLongest);
     case ShareCut::Share:
         break;
     }
@@ -172,23 +151,17 @@ extern "C" DWORD WINAPI ZN_DisconnectNetworkPath(LPCWSTR path) {
 }
 
 extern "C" DWORD WINAPI ZN_DisconnectNetworkPathA(LPCSTR path) {
-    if (!path) return 0;
-    wchar_t widePath[kPathChars];
-    if (!Widen("ZN_DisconnectNetworkPathA", path, widePath)) return ERROR_FILENAME_EXCED_RANGE;
-    return ZN_DisconnectNetworkPath(widePath);
+    const WidePath widePath(path);
+    if (widePath.error()) return RefuseTooLong("ZN_DisconnectNetworkPathA", "path", kLongest);
+    return ZN_DisconnectNetworkPath(widePath.get());
 }
 
 extern "C" DWORD WINAPI ZN_MapNetDrive(LPCWSTR share, WCHAR driveLetter, LPCWSTR user, LPCWSTR password) {
-    if (!share || !*share || !IsDriveLetter(driveLetter)) return ERROR_INVALID_PARAMETER;
+    if (!share || !*share) return RefuseInvalid(kMap, "share");
+    if (!IsDriveLetter(driveLetter)) return RefuseInvalid(kMap, "drive letter");
     wchar_t ipc[kPathChars], qualifiedUser[kPathChars];
-    if (!IpcName(share, ipc)) {
-        LogTooLong(kMap, share);
-        return ERROR_FILENAME_EXCED_RANGE;
-    }
-    if (!QualifiedUser(share, user, qualifiedUser)) {
-        LogTooLong(kMap, user);
-        return ERROR_FILENAME_EXCED_RANGE;
-    }
+    if (!IpcName(share, ipc)) return RefuseTooLong(kMap, "server name", kLongest - wcslen(L"\\IPC$"));
+    if (!QualifiedUser(share, user, qualifiedUser)) return RefuseTooLong(kMap, "server\\user", kLongest);
     CancelShare(ipc);
     CancelShare(share);
 
@@ -210,7 +183,7 @@ extern "C" DWORD WINAPI ZN_MapNetDrive(LPCWSTR share, WCHAR driveLetter, LPCWSTR
 }
 
 extern "C" DWORD WINAPI ZN_DisconnectNetDrive(WCHAR driveLetter) {
-    if (!IsDriveLetter(driveLetter)) return ERROR_INVALID_PARAMETER;
+    if (!IsDriveLetter(driveLetter)) return RefuseInvalid("ZN_DisconnectNetDrive", "drive letter");
     const wchar_t local[] = {driveLetter, L':', L'\0'};
     const DWORD result = ::WNetCancelConnection2W(local, CONNECT_UPDATE_PROFILE, TRUE);
     if (result != NO_ERROR) LogW(L"%S cancel connect %s error: %d", "ZN_DisconnectNetDrive", local, result);
