@@ -38,6 +38,7 @@ inline WNet* g_wnet = nullptr;
 inline std::wstring ShareFolder() {
     std::wstring prefix(MAX_PATH, L'\0');
     prefix.resize(GetEnvironmentVariableW(L"WINEPREFIX", prefix.data(), MAX_PATH));
+    EXPECT_FALSE(prefix.empty()) << "WINEPREFIX is not set: \\nas\backup cannot be served";
     for (wchar_t& c : prefix) c = c == L'/' ? L'\\' : c;
     return L"Z:" + prefix + L"\\dosdevices\\unc\\nas\\backup";
 }
