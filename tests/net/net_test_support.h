@@ -18,6 +18,10 @@
 namespace nettest {
 
 using Lines = std::vector<std::string>;
+inline Lines operator+(Lines a, const Lines& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
 inline std::string N(const wchar_t* text) { return text ? wrtest::Narrow(text) : "(null)"; }
 
 // How the connection calls answer, and what they did.

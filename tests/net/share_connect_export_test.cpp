@@ -12,10 +12,6 @@ using namespace nettest;
 namespace {
 
 const std::string kShare = "\\\\nas\\backup", kIpc = "\\\\nas\\IPC$";
-Lines operator+(Lines a, const Lines& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
 std::string Cancel(const std::string& name) { return "cancel " + name + " 1 1"; }
 std::string Add(const std::string& user, const std::string& password = "pw") {
     return "add 2/1/0/1 - " + kShare + " " + user + ":" + password + " 0";
