@@ -22,33 +22,27 @@ class SavedKeys {
 public:
     SavedKeys() {
         for (char c : {'A', 'B', 'C', 'D', 'E'}) keys_.insert(keys_.end(), {kServices + Guid(c), kNetwork + Guid(c)});
-        for (size_t i = 0; i < keys_.size(); ++i) {
-            HKEY key, backup;
-            if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, keys_[i].c_str(), 0, KEY_READ, &key)) continue;
-            RegCreateKeyExW(HKEY_CURRENT_USER, Backup(i).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &backup, nullptr);
-            RegCopyTreeW(key, nullptr, backup);
-            RegCloseKey(key);
-            RegCloseKey(backup);
-            RegDeleteTreeW(HKEY_LOCAL_MACHINE, keys_[i].c_str());
-        }
+        for (size_t i = 0; i < keys_.size(); ++i) Move(HKEY_LOCAL_MACHINE, keys_[i], HKEY_CURRENT_USER, Backup(i));
     }
     ~SavedKeys() {
-        for (size_t i = 0; i < keys_.size(); ++i) {
-            RegDeleteTreeW(HKEY_LOCAL_MACHINE, keys_[i].c_str());
-            RegDeleteKeyW(HKEY_LOCAL_MACHINE, keys_[i].c_str());
-            HKEY key, backup;
-            if (RegOpenKeyExW(HKEY_CURRENT_USER, Backup(i).c_str(), 0, KEY_READ, &backup)) continue;
-            RegCreateKeyExW(HKEY_LOCAL_MACHINE, keys_[i].c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
-            RegCopyTreeW(backup, nullptr, key);
-            RegCloseKey(key);
-            RegCloseKey(backup);
-            RegDeleteTreeW(HKEY_CURRENT_USER, Backup(i).c_str());
-            RegDeleteKeyW(HKEY_CURRENT_USER, Backup(i).c_str());
-        }
+        for (size_t i = 0; i < keys_.size(); ++i) Move(HKEY_CURRENT_USER, Backup(i), HKEY_LOCAL_MACHINE, keys_[i]);
     }
 
 private:
     static std::wstring Backup(size_t i) { return L"Software\\WrenkitsNetTest\\" + std::to_wstring(i); }
+    // Replaces `to` by a copy of `from` (nothing, when `from` is missing) and deletes `from`.
+    static void Move(HKEY fromRoot, const std::wstring& from, HKEY toRoot, const std::wstring& to) {
+        RegDeleteTreeW(toRoot, to.c_str());
+        RegDeleteKeyW(toRoot, to.c_str());
+        HKEY source, target;
+        if (RegOpenKeyExW(fromRoot, from.c_str(), 0, KEY_READ, &source)) return;
+        RegCreateKeyExW(toRoot, to.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &target, nullptr);
+        RegCopyTreeW(source, nullptr, target);
+        RegCloseKey(target);
+        RegCloseKey(source);
+        RegDeleteTreeW(fromRoot, from.c_str());
+        RegDeleteKeyW(fromRoot, from.c_str());
+    }
     std::vector<std::wstring> keys_ = {kCards, kInterfaces};
 };
 
@@ -59,7 +53,7 @@ void Put(const std::wstring& key, const wchar_t* name, DWORD data) {
     RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, REG_DWORD, &data, sizeof data);
 }
 using namespace std::string_literals;
-// One card with its interface: `multi` are the three multi-strings' data, NUL separated.
+// One card with its interface (no "EnableDHCP" for a negative `dhcp`) and its connection name.
 void Card(char c, const wchar_t* description, int dhcp, const std::wstring& ip, const wchar_t* servers,
           const wchar_t* connection) {
     const std::wstring card = kCards + L"\\" + std::to_wstring(c - 'A' + 1), interface = kInterfaces + L"\\" + Guid(c);
@@ -180,9 +174,6 @@ TEST(SetNetworkAdapter, NetshCommandsAndRegistry) {
          st + "NameServer=8.8.8.8,8.8.4.4| ", st, "", {shell}},
         {"static without DNS: servers from DHCP, NameServer empty", to(L"", L""), 0,
          {address, "set dns \"Ethernet A\" dhcp"}, st + "NameServer=| ", st, "", {shell}},
-        {"secondary DNS only", to(L"", L"8.8.4.4"), 0,
-         {address, "set dns name=\"Ethernet A\" source=static addr=8.8.4.4 index=2"}, st + "NameServer=8.8.4.4| ", st,
-         "", {shell}},
         {"netsh refuses the address: nothing written", to(L"8.8.8.8", L""), 1, {address}, aBefore, "", "",
          {shell, failed(address, 1)}, {"set address", 1}},
         {"static with an empty mask", to(L"", L"", L""), 87, {}, aBefore, "", "", {shell}},
@@ -190,13 +181,8 @@ TEST(SetNetworkAdapter, NetshCommandsAndRegistry) {
          {"set dns \"Ethernet A\" dhcp", "set address name=\"Ethernet A\" source=dhcp"}, aBefore, "", "EnableDHCP=1 ",
          {shell}},
         {"already DHCP: nothing run", Record('B', L"", 1, L"", L""), 0, {}, aBefore, "", "", {shell}},
-        {"netsh refuses DHCP", Record('A', L"", 1, L"", L""), 5,
-         {"set dns \"Ethernet A\" dhcp", "set address name=\"Ethernet A\" source=dhcp"}, aBefore, "", "",
-         {shell, failed("set address name=\"Ethernet A\" source=dhcp", 5)}, {"source=dhcp", 5}},
         {"unknown adapter: 87, not the open error", Record('E', L"", 1, L"", L""), 87, {}, aBefore, "", "",
          {"ZN_SetNetworkAdapter open " + N((kNetwork + Guid('E') + L"\\Connection").c_str()) + " error: 2"}},
-        {"connection without a name", Record('C', L"", 1, L"", L""), 2, {}, aBefore, "", "",
-         {"ZN_SetNetworkAdapter read Name for " + N(Guid('C').c_str()) + " error: 2"}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

@@ -22,10 +22,10 @@ struct AddressCase {
     const char* name;
     std::vector<Adapter> adapters;
     BOOL result;
-    const wchar_t* address;            // what `address` holds afterwards
-    std::vector<ULONG> offered;        // the buffer sizes the library offered, in records
+    const wchar_t* address;      // what `address` holds afterwards
+    std::vector<ULONG> offered;  // the buffer sizes the library offered, in records
     Lines log;
-    int failingCall = 0;               // this call (1 or 2) answers `error`
+    int failingCall = 0;         // this call (1 or 2) answers `error`
     DWORD error = 0;
 };
 const AddressCase* g_case;
@@ -50,18 +50,12 @@ ULONG WINAPI FakeAdaptersInfo(IP_ADAPTER_INFO* list, ULONG* bytes) {
 }
 
 TEST(GetFirstIpAddress, WalksTheAdapterList) {
-    auto seen = [](UINT type, const char* address) {
-        return "ZN_GetFirstIpAddress ----> type: " + std::to_string(type) + ", " + address;
-    };
+    auto seen = [](UINT type, const char* address) { return "ZN_GetFirstIpAddress ----> type: " + U(type) + ", " + address; };
     const AddressCase cases[] = {
         {"0.0.0.0 and loopback skipped, wireless taken after a second allocation",
          {{6, "0.0.0.0"}, {24, "127.0.0.1"}, {6, "127.0.0.1"}, {71, "192.168.1.7"}, {6, "10.0.0.9"}}, TRUE,
          L"192.168.1.7", {1, 5}, {seen(6, "0.0.0.0"), seen(24, "127.0.0.1"), seen(6, "127.0.0.1"), seen(71, "192.168.1.7")}},
-        {"one adapter fits the first block", {{6, "10.1.2.3"}}, TRUE, L"10.1.2.3", {1}, {seen(6, "10.1.2.3")}},
-        {"nothing usable: output untouched", {{23, "10.0.0.1"}, {6, "0.0.0.0"}}, FALSE, L"canary", {1, 2},
-         {seen(23, "10.0.0.1"), seen(6, "0.0.0.0")}},
-        {"first query fails", {{6, "10.1.2.3"}}, FALSE, L"canary", {1},
-         {"ZN_GetFirstIpAddress call GetAdaptersInfo error: 1232"}, 1, 1232},
+        {"nothing usable in one block: output untouched", {{23, "10.0.0.1"}}, FALSE, L"canary", {1}, {seen(23, "10.0.0.1")}},
         {"second query fails", {{6, "0.0.0.0"}, {6, "10.1.2.3"}}, FALSE, L"canary", {1, 2},
          {"ZN_GetFirstIpAddress call GetAdaptersInfo error: 8"}, 2, 8},
     };
@@ -92,15 +86,12 @@ NTSTATUS WINAPI FakeFree(void* p) {
     return 0;
 }
 NET_API_STATUS WINAPI FakeWorkstation(LPWSTR, DWORD, BYTE**) { return 2138; }
-NTSTATUS WINAPI FakeOpenPolicy(LSA_UNICODE_STRING*, LSA_OBJECT_ATTRIBUTES*, ACCESS_MASK, LSA_HANDLE*) {
-    return static_cast<NTSTATUS>(0xC0000022);  // access denied
-}
 
 TEST(GetDomainName, DomainWorkgroupOrNeither) {
     wchar_t computer[MAX_COMPUTERNAME_LENGTH + 1];
     DWORD chars = MAX_COMPUTERNAME_LENGTH + 1;
     ASSERT_TRUE(GetComputerNameW(computer, &chars));
-    enum class Serve { Nothing, Policy, FailingWorkstation, FailingOpen };
+    enum class Serve { Nothing, Policy, FailingWorkstation };
     struct Case {
         const char* name;
         Serve serve;
@@ -115,8 +106,6 @@ TEST(GetDomainName, DomainWorkgroupOrNeither) {
         {"workgroup named like the computer: neither", Serve::Policy, computer, false, 0, 0, 0, computer, {}},
         {"workstation service down", Serve::FailingWorkstation, nullptr, false, 2138, 0, 0, L"canary",
          {"ZN_GetDomainName call NetWkstaGetInfo error: 2138"}},
-        {"policy refused", Serve::FailingOpen, nullptr, false, 5, 0, 0, L"canary",
-         {"ZN_GetDomainName call LsaOpenPolicy error: 5"}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -130,8 +119,6 @@ TEST(GetDomainName, DomainWorkgroupOrNeither) {
         }
         if (c.serve == Serve::FailingWorkstation)
             a.emplace("NETAPI32.dll", "NetWkstaGetInfo", reinterpret_cast<void*>(FakeWorkstation));
-        if (c.serve == Serve::FailingOpen)
-            a.emplace("ADVAPI32.dll", "LsaOpenPolicy", reinterpret_cast<void*>(FakeOpenPolicy));
         g_freed = 0;
         wrtest::LogCapture log;
         wchar_t name[MAX_PATH] = L"canary";

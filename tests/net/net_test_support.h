@@ -1,5 +1,5 @@
 // Shared pieces of the network export tests: a recording fake of the share-connection
-// calls, the folder behind \\nas\backup, and HKLM keys put back after a test.
+// calls, and the folder behind \\nas\backup.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,61 +22,54 @@ inline Lines operator+(Lines a, const Lines& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
 }
-inline std::string N(const wchar_t* text) { return text ? wrtest::Narrow(text) : "(null)"; }
+inline std::string N(const wchar_t* text) { return text ? wrtest::Narrow(text) : ""; }
+inline std::string U(DWORD value) { return std::to_string(value); }
 
-// How the connection calls answer, and what they did.
+// How the connection calls answer, and what they were asked.
 struct WNet {
-    std::vector<DWORD> adds = {};  // answers of the connection attempts in order; 0 past the end
-    int reachableAfter = -1;     // the attempt whose success makes \\nas\backup exist; 0: it exists already
-    DWORD cancels = 0;           // every cancellation's answer
+    std::vector<DWORD> adds = {};  // answers of the connection attempts in order, then 0
+    int reachableAfter = -1;       // the attempt whose success makes \\nas\backup exist; 0: it exists already
+    DWORD cancels = 0, openEnum = 0;
     std::vector<std::pair<const wchar_t*, const wchar_t*>> connected = {};  // enumerated (remote, local)
-    DWORD openEnum = 0;
     Lines calls = {};
     int attempts = 0;
-    int enumerations = 0;
 };
 inline WNet* g_wnet = nullptr;
 
-// \\nas\backup is a folder of the prefix's "unc" device folder, which Wine serves as
-// the server "nas".
+// Wine serves \\nas\backup from the prefix's "unc" device folder.
 inline std::wstring ShareFolder() {
     std::wstring prefix(MAX_PATH, L'\0');
     prefix.resize(GetEnvironmentVariableW(L"WINEPREFIX", prefix.data(), MAX_PATH));
-    EXPECT_FALSE(prefix.empty()) << "WINEPREFIX is not set: \\nas\backup cannot be served";
+    EXPECT_FALSE(prefix.empty()) << "WINEPREFIX is not set: \\\\nas\\backup cannot be served";
     for (wchar_t& c : prefix) c = c == L'/' ? L'\\' : c;
     return L"Z:" + prefix + L"\\dosdevices\\unc\\nas\\backup";
 }
-inline void MakeShare() { wrtest::MakeDirs(ShareFolder() + L"\\pc1"); }
 
 inline DWORD WINAPI FakeAdd(NETRESOURCEW* r, LPCWSTR password, LPCWSTR user, DWORD flags) {
-    g_wnet->calls.push_back("add " + std::to_string(r->dwScope) + "/" + std::to_string(r->dwType) + "/" +
-                            std::to_string(r->dwDisplayType) + "/" + std::to_string(r->dwUsage) + " " +
-                            (r->lpLocalName ? N(r->lpLocalName) : "-") + " " + N(r->lpRemoteName) + " " + N(user) +
-                            ":" + N(password) + " " + std::to_string(flags));
+    g_wnet->calls.push_back("add " + U(r->dwScope) + "/" + U(r->dwType) + "/" + U(r->dwDisplayType) + "/" +
+                            U(r->dwUsage) + " " + (r->lpLocalName ? N(r->lpLocalName) : "-") + " " +
+                            N(r->lpRemoteName) + " " + N(user) + ":" + N(password) + " " + U(flags));
     const size_t i = g_wnet->attempts++;
     const DWORD answer = i < g_wnet->adds.size() ? g_wnet->adds[i] : 0;
-    if (answer == 0 && g_wnet->attempts == g_wnet->reachableAfter) MakeShare();
+    if (answer == 0 && g_wnet->attempts == g_wnet->reachableAfter) wrtest::MakeDirs(ShareFolder() + L"\\pc1");
     return answer;
 }
 inline DWORD WINAPI FakeCancel(LPCWSTR name, DWORD flags, BOOL force) {
-    g_wnet->calls.push_back("cancel " + N(name) + " " + std::to_string(flags) + " " + std::to_string(force));
+    g_wnet->calls.push_back("cancel " + N(name) + " " + U(flags) + " " + U(force));
     return g_wnet->cancels;
 }
 inline DWORD WINAPI FakeOpenEnum(DWORD scope, DWORD type, DWORD usage, NETRESOURCEW*, HANDLE* handle) {
-    g_wnet->calls.push_back("open " + std::to_string(scope) + "/" + std::to_string(type) + "/" + std::to_string(usage));
+    g_wnet->calls.push_back("open " + U(scope) + "/" + U(type) + "/" + U(usage));
     *handle = g_wnet->openEnum ? nullptr : reinterpret_cast<HANDLE>(0x5150);
     return g_wnet->openEnum;
 }
-// All entries in the first answer, then the end of the enumeration.
+// Every entry in the first answer, then the end of the enumeration.
 inline DWORD WINAPI FakeEnum(HANDLE, DWORD* count, void* buffer, DWORD*) {
-    if (g_wnet->enumerations++ || g_wnet->connected.empty()) return ERROR_NO_MORE_ITEMS;
-    auto* entries = static_cast<NETRESOURCEW*>(buffer);
-    for (const auto& [remote, local] : g_wnet->connected) {
-        *entries = {};
-        entries->lpRemoteName = const_cast<LPWSTR>(remote);
-        (entries++)->lpLocalName = const_cast<LPWSTR>(local);
-    }
-    *count = static_cast<DWORD>(g_wnet->connected.size());
+    if (g_wnet->connected.empty()) return ERROR_NO_MORE_ITEMS;
+    auto* entry = static_cast<NETRESOURCEW*>(buffer);
+    for (const auto& [remote, local] : g_wnet->connected)
+        *entry++ = {0, 0, 0, 0, const_cast<LPWSTR>(local), const_cast<LPWSTR>(remote), nullptr, nullptr};
+    *count = static_cast<DWORD>(std::exchange(g_wnet->connected, {}).size());
     return NO_ERROR;
 }
 inline DWORD WINAPI FakeCloseEnum(HANDLE) {
@@ -84,35 +77,27 @@ inline DWORD WINAPI FakeCloseEnum(HANDLE) {
     return NO_ERROR;
 }
 
-// Puts the fake in place of the connection calls for one case.
+// The fake in place of the connection calls for one case.
 class WNetHooks {
 public:
     explicit WNetHooks(WNet& scenario, bool enumeration = false) {
         g_wnet = &scenario;
         wrtest::RemoveTree(ShareFolder());
-        if (scenario.reachableAfter == 0) MakeShare();
+        if (scenario.reachableAfter == 0) wrtest::MakeDirs(ShareFolder() + L"\\pc1");
         if (!enumeration) return;
-        for (auto [name, fake] : {std::pair<const char*, void*>{"WNetOpenEnumW", reinterpret_cast<void*>(FakeOpenEnum)},
-                                  {"WNetEnumResourceW", reinterpret_cast<void*>(FakeEnum)},
-                                  {"WNetCloseEnum", reinterpret_cast<void*>(FakeCloseEnum)}})
+        for (auto [name, fake] : {std::pair<const char*, void*>{"WNetOpenEnumW", (void*)FakeOpenEnum},
+                                  {"WNetEnumResourceW", (void*)FakeEnum}, {"WNetCloseEnum", (void*)FakeCloseEnum}})
             enum_.push_back(std::make_unique<wrtest::ImportHook>("MPR.dll", name, fake));
     }
     ~WNetHooks() {
-        // The probe cleans up after itself: the share holds only what the test put there.
-        EXPECT_EQ(Lines({"pc1"}), Children(ShareFolder())) << "left behind in \\\\nas\\backup";
+        // The probe cleans up after itself: once the test's own entries go, the share is empty.
+        DeleteFileW((ShareFolder() + L"\\pc1\\image.dat").c_str());
+        RemoveDirectoryW((ShareFolder() + L"\\pc1").c_str());
+        if (!RemoveDirectoryW(ShareFolder().c_str())) {
+            EXPECT_NE(145u, GetLastError()) << "left in \\\\nas\\backup";
+        }
         wrtest::RemoveTree(ShareFolder());
         g_wnet = nullptr;
-    }
-    static Lines Children(const std::wstring& folder) {
-        WIN32_FIND_DATAW found;
-        HANDLE find = FindFirstFileW((folder + L"\\*").c_str(), &found);
-        if (find == INVALID_HANDLE_VALUE) return {"pc1"};  // no share, nothing left behind
-        Lines names;
-        do {
-            if (wcscmp(found.cFileName, L".") && wcscmp(found.cFileName, L"..")) names.push_back(N(found.cFileName));
-        } while (FindNextFileW(find, &found));
-        FindClose(find);
-        return names;
     }
 
 private:
@@ -121,14 +106,11 @@ private:
     std::vector<std::unique_ptr<wrtest::ImportHook>> enum_;
 };
 
-// A platform call that fails with `error`, for the probe's platform calls.
-template <typename... A>
-struct Fails {
-    static inline DWORD error = 0;
-    static BOOL WINAPI Call(A...) {
-        SetLastError(error);
-        return FALSE;
-    }
-};
+// A platform call that fails with `error`.
+template <DWORD error, typename... A>
+BOOL WINAPI Fail(A...) {
+    SetLastError(error);
+    return FALSE;
+}
 
 }  // namespace nettest
