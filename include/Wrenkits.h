@@ -327,13 +327,13 @@ WRENKITS_API DWORD WINAPI ZN_GetVolumeNum(DWORD diskNumber, DWORD partitionNumbe
 WRENKITS_API DWORD WINAPI ZN_GetVolumeDisk(WCHAR driveLetter, LPDWORD diskNumber);
 /* Computes the smallest size a volume could shrink to (bytes in use, or from the NTFS cluster bitmap when exact is non-zero); returns 0, 50 for exact on non-NTFS, 8, or an error. */
 WRENKITS_API DWORD WINAPI ZN_GetVolumeMinSize(WCHAR driveLetter, INT exact, PULONGLONG minSizeBytes);
-/* Writes the file-system name of the volume holding path into fsName (260 characters); returns TRUE on success. */
+/* Writes the file-system name of the volume holding path (a UNC path's \\server\share\, else its first character's drive) into fsName (260 characters); returns TRUE, or FALSE for a null or empty path, a null fsName (last error 87), a share longer than 259 characters (206), or a failed query. */
 WRENKITS_API BOOL WINAPI ZN_GetFSType(LPCWSTR path, LPWSTR fsName);
 /* Returns TRUE when the drive is removable or a fixed disk attached through USB. */
 WRENKITS_API BOOL WINAPI ZN_IsUsbPartition(WCHAR driveLetter);
 /* Classifies a path: -1 invalid, 0 local, 1 UNC, 2 optical drive, 3 USB or removable drive. */
 WRENKITS_API int WINAPI ZN_GetPathType(LPCWSTR path);
-/* Returns TRUE when the letter is a connected network drive and copies its \\server\share into remoteName (260 characters, may be NULL). */
+/* Returns TRUE when the letter is a connected network drive and copies its \\server\share into remoteName (260 characters, may be NULL); FALSE otherwise, also for a non-letter (last error 87) or a remote name longer than 259 characters (206, buffer untouched). */
 WRENKITS_API BOOL WINAPI ZN_IsRemoteDrive(WCHAR driveLetter, LPWSTR remoteName);
 /* Replaces an offline system's MountedDevices letters by the running system's, re-lettered through a 26-entry map; returns 0 or the load/open error. */
 WRENKITS_API DWORD WINAPI ZN_RepairDosDevice(WCHAR systemDrive, const WCHAR *letterMap);
