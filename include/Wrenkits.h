@@ -374,7 +374,7 @@ WRENKITS_API DWORD WINAPI ZN_CopyFolderEx(LPCWSTR source, LPCWSTR target, BOOL f
 WRENKITS_API BOOL WINAPI ZN_IsEmptyFolder(LPCWSTR folderWithSlash);
 /* Registers (or unregisters) every .ocx in a folder, and in its subfolders when recurse is non-zero, with regsvr32; always returns 0. */
 WRENKITS_API DWORD WINAPI ZN_RegActiveX(LPCWSTR folder, DWORD recurse, DWORD unregister);
-/* Classifies a backup target folder and sets four flags: 1 usable, 0 network non-folder, 2 not writable, 3 invalid or unreachable, 4 no network, 5 access refused, 67 other connection error. */
+/* Classifies a backup target folder and sets four flags: 1 usable, 0 network non-folder, 2 not writable, 3 invalid or unreachable, 4 no network, 5 access refused, 67 other connection error; 87 for a NULL flag pointer, 206 for a share or server\user longer than 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_CheckPath(LPCWSTR path, LPCWSTR user, LPCWSTR password, LPDWORD isNetwork, LPDWORD isOptical, LPDWORD isFolder, LPDWORD isNtfs);
 /* Converts between the short directory layout and the entry record (toEntry non-zero: older record to entry record); returns 0, or 87 for a NULL pointer. */
 WRENKITS_API DWORD WINAPI ZN_CopyDirData(DirDataRecord *record, DirEntryRecord *entry, BOOL toEntry);

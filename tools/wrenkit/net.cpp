@@ -17,6 +17,15 @@ int Connect(const Args& a) {
                                         a.flag(L"--write") ? 1 : 0));
 }
 
+int Check(const Args& a) {
+    if (!a.at(0)) return Usage(L"net check");
+    DWORD network = 0, optical = 0, folder = 0, ntfs = 0;
+    const DWORD code = ZN_CheckPath(a.at(0), Or(a.option(L"--user"), L""), Or(a.option(L"--password"), L""), &network,
+                                    &optical, &folder, &ntfs);
+    wprintf(L"network %lu, optical %lu, folder %lu, NTFS %lu\n", network, optical, folder, ntfs);
+    return Result(code);
+}
+
 int Disconnect(const Args& a) {
     if (!a.at(0)) return Usage(L"net disconnect");
     return Result(ZN_DisconnectNetworkPath(a.at(0)));
@@ -95,6 +104,10 @@ const CommandTable kTable{
     {L"net connect", L"\\\\SERVER\\SHARE[\\FOLDER] [--user U] [--password P] [--write]",
      L"connect a share (user given without domain gets the server's), checking the folder is reachable or writable",
      Connect},
+    {L"net check", L"PATH [--user U] [--password P]",
+     L"classify a backup target: 1 usable, 0 network file, 2 not writable, 3 invalid or unreachable, 4 no network, "
+     L"5 access refused, 67 other connection error",
+     Check},
     {L"net disconnect", L"\\\\SERVER\\SHARE[\\FOLDER]", L"cancel the connection to a share", Disconnect},
     {L"net map", L"\\\\SERVER\\SHARE LETTER [--user U] [--password P]", L"map a share to a drive letter", Map},
     {L"net unmap", L"LETTER", L"disconnect a mapped drive letter", Unmap},
