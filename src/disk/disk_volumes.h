@@ -3,13 +3,10 @@
 #pragma once
 
 #include <windows.h>
-#include <winnetwk.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
-
-#include "frame/unique_any.h"
 
 namespace wrenkits {
 
@@ -33,14 +30,5 @@ std::uint64_t HighestUsedCluster(std::span<const std::uint8_t> bitmap, std::uint
 // `used` is taken in 32 bits, as the cluster counts are.
 std::uint64_t MinSizeClusters(std::uint64_t highestUsed, DWORD totalClusters, DWORD freeClusters,
                               std::uint64_t bitmapClusters);
-
-namespace traits {
-struct wnet_enum {
-    using type = HANDLE;
-    static type invalid() noexcept { return nullptr; }
-    static void close(type h) noexcept { ::WNetCloseEnum(h); }
-};
-}  // namespace traits
-using unique_wnet_enum = unique_any<traits::wnet_enum>;
 
 }  // namespace wrenkits

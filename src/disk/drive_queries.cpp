@@ -12,6 +12,7 @@
 #include "Wrenkits.h"
 #include "disk/disk_volumes.h"
 #include "frame/log.h"
+#include "frame/unique_any.h"
 #include "frame/text.h"
 
 using namespace wrenkits;
@@ -46,17 +47,14 @@ bool UncRoot(LPCWSTR path, wchar_t (&root)[kPathChars]) {
 extern "C" BOOL WINAPI ZN_GetFSType(LPCWSTR path, LPWSTR fsName) {
     if (!path || !*path) return FALSE;
     if (!fsName) {
-        LogA("%s refused: %s", "ZN_GetFSType", "no buffer for the file-system name");
-        ::SetLastError(ERROR_INVALID_PARAMETER);
+        ::SetLastError(RefuseInvalid("ZN_GetFSType", "file-system name buffer"));
         return FALSE;
     }
 
     wchar_t root[kPathChars] = {};
     if (path[0] == L'\\' && path[1] == L'\\') {
         if (!UncRoot(path, root)) {
-            LogW(L"%s refused: share of %.259s longer than %d characters", L"ZN_GetFSType", path,
-                 static_cast<int>(kPathChars - 1));
-            ::SetLastError(ERROR_FILENAME_EXCED_RANGE);
+            ::SetLastError(RefuseTooLong("ZN_GetFSType", "share of the path", kPathChars - 1));
             return FALSE;
         }
     } else {
@@ -85,7 +83,7 @@ extern "C" BOOL WINAPI ZN_IsUsbPartition(WCHAR driveLetter) {
     // A USB hard disk reports itself as fixed; only its adapter's bus type tells.
     wchar_t device[kShortChars] = {};
     FormatShortW(device, L"\\\\.\\%c:", UpperLetter(driveLetter));
-    unique_file volume(::CreateFileW(device, 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
+    unique_handle volume(::CreateFileW(device, 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
                                      nullptr));
     if (!volume) {
         LogW(L"%s open device %s error: %d", L"ZN_IsUsbPartition", device, ::GetLastError());
@@ -117,8 +115,7 @@ extern "C" BOOL WINAPI ZN_IsRemoteDrive(WCHAR driveLetter, LPWSTR remoteName) {
     const wchar_t letter = UpperLetter(driveLetter);
     if (!IsDriveLetter(letter)) {
         // The narrow log line could not show it, and no drive has such a name.
-        LogA("%s refused: %s", "ZN_IsRemoteDrive", "a drive letter that is not a letter");
-        ::SetLastError(ERROR_INVALID_PARAMETER);
+        ::SetLastError(RefuseInvalid("ZN_IsRemoteDrive", "drive letter"));
         return FALSE;
     }
     wchar_t root[kShortChars] = {};
@@ -154,9 +151,7 @@ extern "C" BOOL WINAPI ZN_IsRemoteDrive(WCHAR driveLetter, LPWSTR remoteName) {
             const size_t length = wcsnlen(remote, kPathChars);
             if (length == kPathChars) {
                 // A cut share name would name another share.
-                LogW(L"%s refused: remote name of %c: longer than %d characters, not copied", L"ZN_IsRemoteDrive",
-                     letter, static_cast<int>(kPathChars - 1));
-                ::SetLastError(ERROR_FILENAME_EXCED_RANGE);
+                ::SetLastError(RefuseTooLong("ZN_IsRemoteDrive", "remote name", kPathChars - 1));
                 return FALSE;
             }
             wmemcpy(remoteName, remote, length + 1);
