@@ -321,11 +321,11 @@ WRENKITS_API DWORD WINAPI ZN_RepairBcdEntry(WCHAR bootLetter, WCHAR systemLetter
 
 /* Assigns a drive letter to (removeLetter zero; a non-letter picks the first free one and writes it back) or removes it from a partition through diskpart; returns 0 when every command was delivered, 2 no such partition, 1168 no volume, or an error. */
 WRENKITS_API DWORD WINAPI ZN_MountPartition(DWORD diskNumber, DWORD partitionNumber, WCHAR *driveLetter, DWORD removeLetter);
-/* Finds N of the \\.\HarddiskVolumeN that lies on the given partition of the given disk; returns 0 with *volumeNumber set, or 1168. */
+/* Finds N of the \\.\HarddiskVolumeN that lies on the given partition of the given disk; returns 0 with *volumeNumber set, 1168 when none matches, or 87 for a null volumeNumber. */
 WRENKITS_API DWORD WINAPI ZN_GetVolumeNum(DWORD diskNumber, DWORD partitionNumber, LPDWORD volumeNumber);
-/* Reports the physical disk that holds the first extent of a lettered volume; returns 0 (also after a logged extent failure, output untouched), 87 for a bad letter, 2 no extents, 8, or the open error. */
+/* Reports the physical disk that holds the first extent of a lettered volume; returns 0 (also after a logged extent failure, output untouched), 87 for a bad letter or a null diskNumber, 2 no extents, 8, or the open error. */
 WRENKITS_API DWORD WINAPI ZN_GetVolumeDisk(WCHAR driveLetter, LPDWORD diskNumber);
-/* Computes the smallest size a volume could shrink to (bytes in use, or from the NTFS cluster bitmap when exact is non-zero); returns 0, 50 for exact on non-NTFS, 8, or an error. */
+/* Computes the smallest size a volume could shrink to (bytes in use, or from the NTFS cluster bitmap when exact is non-zero); returns 0, 87 for a bad letter or a null minSizeBytes, 50 for exact on non-NTFS, 8, or an error. */
 WRENKITS_API DWORD WINAPI ZN_GetVolumeMinSize(WCHAR driveLetter, INT exact, PULONGLONG minSizeBytes);
 /* Writes the file-system name of the volume holding path (a UNC path's \\server\share\, else its first character's drive) into fsName (260 characters); returns TRUE, or FALSE for a null or empty path, a null fsName (last error 87), a share longer than 259 characters (206), or a failed query. */
 WRENKITS_API BOOL WINAPI ZN_GetFSType(LPCWSTR path, LPWSTR fsName);
