@@ -260,7 +260,7 @@ extern "C" DWORD WINAPI ZN_EnumNetworkAdapters(AdapterInfo* adapters, LPDWORD co
 
 extern "C" DWORD WINAPI ZN_SetNetworkAdapter(const AdapterInfo* adapter) {
     if (!adapter || !adapter->ServiceName[0]) return ERROR_INVALID_PARAMETER;
-    if (!WholeRecord(*adapter)) return RefuseInvalid(kSet, "unterminated adapter field");
+    if (!WholeRecord(*adapter)) return RefuseInvalid(kSet, "adapter record (a field without its terminator)");
 
     wchar_t path[kPathChars];
     if (!Format(kSet, "key path", path, kConnectionKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
