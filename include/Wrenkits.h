@@ -380,7 +380,7 @@ WRENKITS_API DWORD WINAPI ZN_CopyFolderEx(LPCWSTR source, LPCWSTR target, BOOL f
 WRENKITS_API BOOL WINAPI ZN_IsEmptyFolder(LPCWSTR folderWithSlash);
 /* Registers (or unregisters) every .ocx in a folder, and in its subfolders when recurse is non-zero, with regsvr32; 0, 87 for NULL/empty, 206 when the folder exceeds 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_RegActiveX(LPCWSTR folder, DWORD recurse, DWORD unregister);
-/* Classifies a backup target folder and sets four flags: 1 usable, 0 network non-folder, 2 not writable, 3 invalid or unreachable, 4 no network, 5 access refused, 67 other connection error. */
+/* Classifies a backup target folder and sets four flags: 1 usable, 0 network non-folder, 2 not writable, 3 invalid or unreachable, 4 no network, 5 access refused, 67 other connection error; 87 for a NULL flag pointer, 206 for a share or server\user longer than 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_CheckPath(LPCWSTR path, LPCWSTR user, LPCWSTR password, LPDWORD isNetwork, LPDWORD isOptical, LPDWORD isFolder, LPDWORD isNtfs);
 /* Converts between the short directory layout and the entry record (toEntry non-zero: older record to entry record); 0, 87 for a NULL pointer, 206 for a name without its terminator (nothing written). */
 WRENKITS_API DWORD WINAPI ZN_CopyDirData(DirDataRecord *record, DirEntryRecord *entry, BOOL toEntry);
@@ -393,25 +393,25 @@ WRENKITS_API DWORD WINAPI ZN_CopyDirDataX2(DirDataX2Record *record, DirEntryReco
 /* Net: shares, mapped drives, addresses, domain, adapter configuration     */
 /* ------------------------------------------------------------------------ */
 
-/* Connects the share of a UNC path with the given credentials (falling back to Guest) and checks the folder is reachable, and writable when checkWrite is non-zero; returns 0, 87, or the last probe status (5, 53, 112). */
+/* Connects the share of a UNC path (user without domain gets the server's, then as given, then Guest) and checks it is reachable, and writable when checkWrite is non-zero; returns 0 (also for a local path), 87 for a NULL argument or no share part, 206 for a share or server\user longer than 259 characters, or the last probe status (5, 53, 112). */
 WRENKITS_API DWORD WINAPI ZN_ConnectNetworkPath(LPCWSTR path, LPCWSTR user, LPCWSTR password, DWORD checkWrite);
-/* Narrow twin of ZN_ConnectNetworkPath; same results. */
+/* Narrow twin of ZN_ConnectNetworkPath; same results, and 206 for a text longer than 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_ConnectNetworkPathA(LPCSTR path, LPCSTR user, LPCSTR password, DWORD checkWrite);
-/* Cancels the connection to the share of a UNC path; always returns 0. */
+/* Cancels the connection to the share of a UNC path; returns 0 (also for a local path or no share part), or 206 for a share longer than 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_DisconnectNetworkPath(LPCWSTR path);
-/* Narrow twin of ZN_DisconnectNetworkPath; always returns 0. */
+/* Narrow twin of ZN_DisconnectNetworkPath; same results, and 206 for a path longer than 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_DisconnectNetworkPathA(LPCSTR path);
-/* Writes the first usable Ethernet or wireless IPv4 address into address (at least 16 characters); returns TRUE when one was found. */
+/* Writes the first usable Ethernet or wireless IPv4 address into address (at least 16 characters); returns TRUE when one was found, FALSE otherwise (address untouched) and for a NULL address. */
 WRENKITS_API BOOL WINAPI ZN_GetFirstIpAddress(LPWSTR address);
-/* Writes the domain or workgroup name (260 characters) and sets the two flags; returns 0 or a Win32 error. */
+/* Writes the domain or workgroup name (260 characters) and sets the two flags (neither when the workgroup is named like the computer); returns 0, 87 for a NULL output, 206 for a name longer than 259 characters, or the failing call's error. */
 WRENKITS_API DWORD WINAPI ZN_GetDomainName(LPWSTR name, LPDWORD inDomain, LPDWORD inWorkgroup);
-/* Maps a share to a drive letter with the given credentials; returns 0 or the error of the last attempt. */
+/* Maps a share to a drive letter with the given credentials (user without domain gets the server's, then as given); returns 0, 87 for a NULL or empty share or a non-letter, 206 for a server or server\user longer than 259 characters, or the error of the last attempt. */
 WRENKITS_API DWORD WINAPI ZN_MapNetDrive(LPCWSTR share, WCHAR driveLetter, LPCWSTR user, LPCWSTR password);
-/* Disconnects a mapped drive letter; returns 0 or the cancellation error. */
+/* Disconnects a mapped drive letter; returns 0, 87 for a non-letter, or the cancellation error. */
 WRENKITS_API DWORD WINAPI ZN_DisconnectNetDrive(WCHAR driveLetter);
 /* Lists the network adapters into adapters (*count records, adapters may be NULL) and stores the number found in *count; returns 0, 87 for a NULL count, 122 when the array is too small, or the open error. */
 WRENKITS_API DWORD WINAPI ZN_EnumNetworkAdapters(AdapterInfo *adapters, LPDWORD count);
-/* Switches one adapter to DHCP or to the static addresses of the record through netsh and the registry; returns 0, 87, a read error, or netsh's exit code. */
+/* Switches one adapter to DHCP or to the static addresses of the record through netsh and the registry; returns 0, 87 (NULL record, empty or unterminated field, unknown adapter, empty static address field), 206 for a netsh command longer than 259 characters (nothing run), the connection name's read error, or netsh's exit code. */
 WRENKITS_API DWORD WINAPI ZN_SetNetworkAdapter(const AdapterInfo *adapter);
 
 /* ------------------------------------------------------------------------ */
