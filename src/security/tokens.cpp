@@ -112,7 +112,8 @@ BOOL IsAdminToken(PHANDLE token) {
         return FALSE;
     }
     const bool admin = HoldsEnabledAdministrators(*static_cast<TOKEN_GROUPS*>(block.get()), administrators.get());
-    return admin && !BelongsToSystem(*token, block.get(), blockBytes);
+    const bool system = BelongsToSystem(*token, block.get(), blockBytes);
+    return admin && !system;
 }
 
 extern "C" HANDLE WINAPI ZN_GetSystemToken(void) {
