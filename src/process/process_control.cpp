@@ -5,6 +5,7 @@
 
 #include "Wrenkits.h"
 #include "frame/log.h"
+#include "frame/text.h"
 #include "frame/unique_any.h"
 #include "process/process_control.h"
 
@@ -37,11 +38,10 @@ extern "C" BOOL WINAPI ZN_ProcessExist(LPCWSTR name, LPDWORD processId) {
     constexpr char kName[] = "ZN_ProcessExist";
     if (processId) *processId = 0;
     if (!name) {
-        LogA("%s got no process name, error: %d", kName, ERROR_INVALID_PARAMETER);
-        ::SetLastError(ERROR_INVALID_PARAMETER);
+        ::SetLastError(RefuseInvalid(kName, "the process name"));
         return FALSE;
     }
-    unique_file snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    unique_handle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!snapshot) {
         LogA("%s call CreateToolhelp32Snapshot error: %d", kName, ::GetLastError());
         return FALSE;
@@ -66,10 +66,7 @@ extern "C" BOOL WINAPI ZN_ProcessExist(LPCWSTR name, LPDWORD processId) {
 extern "C" DWORD WINAPI ZN_StopProcess(LPCWSTR name) {
     constexpr char kName[] = "ZN_StopProcess";
     // An empty name matches every process: stopping "the first one" is never meant.
-    if (!name || !*name) {
-        LogA("%s got no process name, error: %d", kName, ERROR_INVALID_PARAMETER);
-        return ERROR_INVALID_PARAMETER;
-    }
+    if (!name || !*name) return RefuseInvalid(kName, "the process name");
     DWORD processId = 0;
     if (!ZN_ProcessExist(name, &processId)) return 0;
 

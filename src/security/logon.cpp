@@ -1,5 +1,6 @@
 #include "Wrenkits.h"
 #include "frame/log.h"
+#include "frame/text.h"
 
 namespace {
 
@@ -11,8 +12,7 @@ void LogLogonFailed(LPCWSTR user, DWORD error) { LogA("%s logon user %S error: %
 
 extern "C" HANDLE WINAPI ZN_LogonAsUser(LPCWSTR user, LPCWSTR password, LPCWSTR domain) {
     if (!user || !*user) {
-        LogLogonFailed(L"", ERROR_INVALID_PARAMETER);
-        ::SetLastError(ERROR_INVALID_PARAMETER);
+        ::SetLastError(wrenkits::RefuseInvalid(kName, "the user name"));
         return nullptr;
     }
     HANDLE token = nullptr;

@@ -1,5 +1,7 @@
 #include <wchar.h>
 
+#include <optional>
+
 #include "Wrenkits.h"
 #include "frame/log.h"
 #include "frame/text.h"
@@ -11,30 +13,15 @@ namespace {
 
 constexpr char kName[] = "ZN_PopWindow";
 
-// Impersonates for as long as it lives, once begun.
-class Impersonation {
-public:
-    Impersonation() = default;
-    Impersonation(const Impersonation&) = delete;
-    Impersonation& operator=(const Impersonation&) = delete;
-    ~Impersonation() {
-        if (active_) ::RevertToSelf();
-    }
-    bool Begin(HANDLE token) { return active_ = ::ImpersonateLoggedOnUser(token) != FALSE; }
-
-private:
-    bool active_ = false;
-};
-
 // The program starts in the folder its command line names, so the text must name
 // one: up to its last backslash. Returns 0, or the refusal's code.
 DWORD SplitCommand(LPCWSTR commandLine, wchar_t (&command)[kPathChars], wchar_t (&folder)[kPathChars]) {
-    if (!commandLine || !*commandLine) return ERROR_INVALID_PARAMETER;
-    if (wcslen(commandLine) >= kPathChars) return ERROR_FILENAME_EXCED_RANGE;
+    if (!commandLine || !*commandLine) return RefuseInvalid(kName, "the command line");
+    if (wcslen(commandLine) >= kPathChars) return RefuseTooLong(kName, "the command line", kPathChars - 1);
     wcscpy_s(command, commandLine);
     wcscpy_s(folder, commandLine);
     wchar_t* lastSlash = wcsrchr(folder, L'\\');
-    if (!lastSlash) return ERROR_INVALID_PARAMETER;
+    if (!lastSlash) return RefuseInvalid(kName, "the command line's folder");
     *lastSlash = 0;
     return 0;
 }
@@ -43,10 +30,7 @@ DWORD SplitCommand(LPCWSTR commandLine, wchar_t (&command)[kPathChars], wchar_t 
 
 extern "C" DWORD WINAPI ZN_PopWindow(LPCWSTR commandLine, BOOL useAdminToken, BOOL wait) {
     wchar_t command[kPathChars], folder[kPathChars];
-    if (const DWORD refused = SplitCommand(commandLine, command, folder)) {
-        LogW(L"%S run %s error: %d", kName, commandLine ? commandLine : L"", refused);
-        return refused;
-    }
+    if (const DWORD refused = SplitCommand(commandLine, command, folder)) return refused;
 
     unique_handle token;
     if (useAdminToken)
@@ -54,23 +38,23 @@ extern "C" DWORD WINAPI ZN_PopWindow(LPCWSTR commandLine, BOOL useAdminToken, BO
     else
         ZN_GetExplorerToken(token.put());
     // Declared after the token: the thread reverts before the token is closed.
-    Impersonation impersonation;
-    if (!token || !impersonation.Begin(token.get()))
+    std::optional<scoped_impersonation> impersonation;
+    if (token) impersonation.emplace(token.get());
+    if (!impersonation || !*impersonation)
         LogA("%s ImpersonateLoggedOnUser error: %d", kName, ::GetLastError());
 
     wchar_t desktop[] = L"winsta0\\default";
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     startup.lpDesktop = desktop;
-    PROCESS_INFORMATION started = {};
+    unique_process_information started;
     if (!::CreateProcessAsUserW(token.get(), nullptr, command, nullptr, nullptr, FALSE,
-                                CREATE_NEW_CONSOLE | NORMAL_PRIORITY_CLASS, nullptr, folder, &startup, &started)) {
+                                CREATE_NEW_CONSOLE | NORMAL_PRIORITY_CLASS, nullptr, folder, &startup, started.put())) {
         const DWORD error = ::GetLastError();
         LogW(L"%S run %s error: %d", kName, commandLine, error);
         return error;
     }
-    unique_handle process(started.hProcess);
-    unique_handle(started.hThread).reset();
+    unique_handle process = started.take_process();
 
     DWORD code = 0;
     if (wait) {

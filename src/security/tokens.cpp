@@ -97,7 +97,9 @@ BOOL IsAdminToken(PHANDLE token) {
     DWORD blockBytes = kTokenBlockBytes, needed = 0;
     BOOL read = ::GetTokenInformation(*token, TokenGroups, block.get(), blockBytes, &needed);
     if (!read && ::GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
-        HLOCAL grown = ::LocalReAlloc(block.get(), needed, 0);
+        // A fixed block reallocated without LMEM_MOVEABLE may only grow in place, which
+        // fails whenever its neighbour is taken; the group list would then go unread.
+        HLOCAL grown = ::LocalReAlloc(block.get(), needed, LMEM_MOVEABLE);
         if (!grown) {
             LogA("%s LocalReAlloc error: %d", kName, ::GetLastError());
             return FALSE;
@@ -117,7 +119,7 @@ BOOL IsAdminToken(PHANDLE token) {
 }
 
 extern "C" HANDLE WINAPI ZN_GetSystemToken(void) {
-    unique_file snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    unique_handle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!snapshot) return nullptr;
     PROCESSENTRY32W entry = {};
     entry.dwSize = sizeof entry;
@@ -141,7 +143,7 @@ extern "C" HANDLE WINAPI ZN_GetSystemToken(void) {
 }
 
 extern "C" HANDLE WINAPI ZN_GetAdminToken(void) {
-    unique_file snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    unique_handle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!snapshot) return nullptr;
     PROCESSENTRY32W entry = {};
     entry.dwSize = sizeof entry;
@@ -159,7 +161,7 @@ extern "C" HANDLE WINAPI ZN_GetAdminToken(void) {
 extern "C" DWORD WINAPI ZN_GetExplorerToken(PHANDLE token) {
     if (!token) return 1;
     *token = nullptr;
-    unique_file snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    unique_handle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!snapshot) return ERROR_NOT_FOUND;
     PROCESSENTRY32W entry = {};
     entry.dwSize = sizeof entry;

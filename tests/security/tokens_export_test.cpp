@@ -172,7 +172,7 @@ TEST(Logon, BatchFirstFromVistaOnThenInteractive) {
         {L"alice", 6, FALSE, FALSE, false, {4, 2},
          {"ZN_LogonAsUser logon user alice error: 1385", "ZN_LogonAsUser logon user alice error: 1326"}},
         {L"alice", 5, FALSE, TRUE, true, {2}, {}},
-        {L"", 6, TRUE, TRUE, false, {}, {"ZN_LogonAsUser logon user  error: 87"}},
+        {L"", 6, TRUE, TRUE, false, {}, {"ZN_LogonAsUser refused: the user name is missing or not valid"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "major " << int(c.major) << " batch " << c.batch << " user "
@@ -201,8 +201,8 @@ TEST(PopWindow, RunsInTheUsersSessionAndReverts) {
          {"ZN_GetAdminToken use the token of process: me.exe"}},
         {cmd + L"4", FALSE, std::vector<std::wstring>{}, 4,
          {"ZN_PopWindow ImpersonateLoggedOnUser error: 18", "ZN_PopWindow run " + cmdA + "4 return: 4"}},
-        {L"cmd.exe /c exit 3", FALSE, {}, 87, {"ZN_PopWindow run cmd.exe /c exit 3 error: 87"}},
-        {tooLong, FALSE, {}, 206, {"ZN_PopWindow run " + wrtest::Narrow(tooLong) + " error: 206"}},
+        {L"cmd.exe /c exit 3", FALSE, {}, 87, {"ZN_PopWindow refused: the command line's folder is missing or not valid"}},
+        {tooLong, FALSE, {}, 206, {"ZN_PopWindow refused: the command line is longer than 259 characters"}},
         {L"C:\\no\\such.exe", FALSE, {}, 2, {"ZN_PopWindow run C:\\no\\such.exe error: 2"}},
     };
     for (const auto& c : cases) {
