@@ -7,8 +7,7 @@
 #include <vector>
 
 #include "Wrenkits.h"
-#include "support/import_hook.h"
-#include "support/log_capture.h"
+#include "support/secproc_fakes.h"
 #include "support/tool_double.h"
 #include "support/wine_env.h"
 
@@ -56,43 +55,40 @@ struct PreinstallationEnvironment {
     DWORD made = 0;
 };
 
-enum class Fault { None, Token, Lookup };
-
 TEST(ShutDown, ToolUnderPreinstallationEnvironmentElseForcedExitWithReason) {
     const std::wstring sys32 = wrtest::SystemDir() + L"\\shutdown.exe", wow = L"C:\\Windows\\SysWOW64\\shutdown.exe";
-    const std::string start = "ZN_RunProcess create process ", fails = " /s /t 0 error: 2";
+    const std::string noStart = "ZN_RunProcess create process ", fails = " /s /t 0 error: 2";
+    const std::string exit = "0x6 0x80020001";  // a restart asked for, forced, planned maintenance
     struct {
         const char* name;
         bool pe;
         std::vector<std::wstring> failStarts;
-        Fault fault;
+        const char* fault;  // the advapi32 call that fails
+        void* fake;
         BOOL exitOk;
         DWORD result;
-        std::vector<std::wstring> ran;  // the double's command lines
-        std::vector<std::string> exits;
-        std::vector<std::string> log;
+        std::wstring ran;  // the double's command line
+        std::vector<std::string> exits, log;
     } const cases[] = {
-        {"forced restart with the maintenance reason", false, {}, Fault::None, TRUE, 0, {}, {"0x6 0x80020001"}, {}},
-        {"refused exit", false, {}, Fault::None, FALSE, 5, {}, {"0x6 0x80020001"},
-         {"ZN_ShutDown exit windows 0x2 error: 5"}},
-        {"no process token", false, {}, Fault::Token, TRUE, 5, {}, {},
+        {"forced restart with the maintenance reason", false, {}, nullptr, nullptr, TRUE, 0, L"", {exit}, {}},
+        {"refused exit", false, {}, nullptr, nullptr, FALSE, 5, L"", {exit}, {"ZN_ShutDown exit windows 0x2 error: 5"}},
+        {"no process token", false, {}, "OpenProcessToken", (void*)NoToken, TRUE, 5, L"", {},
          {"ZN_ShutDown open process token error: 5"}},
-        {"unknown privilege", false, {}, Fault::Lookup, TRUE, 1313, {}, {},
+        {"unknown privilege", false, {}, "LookupPrivilegeValueW", (void*)NoPrivilege, TRUE, 1313, L"", {},
          {"ZN_ShutDown look privilege SE_SHUTDOWN_NAME error: 1313"}},
-        {"PE: the system folder's tool shuts down, never restarts", true, {}, Fault::None, TRUE, 0,
-         {sys32 + L" /s /t 0"}, {}, {}},
-        {"PE: the 32-bit folder's tool when the first does not start", true, {sys32}, Fault::None, TRUE, 0,
-         {wow + L" /s /t 0"}, {}, {start + wrtest::Narrow(sys32) + fails}},
-        {"PE: no tool starts, so the session is ended", true, {sys32, wow}, Fault::None, TRUE, 0, {},
-         {"0x6 0x80020001"}, {start + wrtest::Narrow(sys32) + fails, start + wrtest::Narrow(wow) + fails}},
+        {"PE: the system folder's tool shuts down, never restarts", true, {}, nullptr, nullptr, TRUE, 0,
+         sys32 + L" /s /t 0", {}, {}},
+        {"PE: the 32-bit folder's tool when the first does not start", true, {sys32}, nullptr, nullptr, TRUE, 0,
+         wow + L" /s /t 0", {}, {noStart + wrtest::Narrow(sys32) + fails}},
+        {"PE: no tool starts, so the session is ended", true, {sys32, wow}, nullptr, nullptr, TRUE, 0, L"", {exit},
+         {noStart + wrtest::Narrow(sys32) + fails, noStart + wrtest::Narrow(wow) + fails}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         wrtest::ImportHook exitHook("USER32.dll", "ExitWindowsEx", (void*)FakeExitWindows);
         wrtest::ImportHook createHook("KERNEL32.dll", "CreateProcessW", (void*)GuardedCreate);
         std::optional<wrtest::ImportHook> fault;
-        if (c.fault == Fault::Token) fault.emplace("ADVAPI32.dll", "OpenProcessToken", (void*)NoToken);
-        if (c.fault == Fault::Lookup) fault.emplace("ADVAPI32.dll", "LookupPrivilegeValueW", (void*)NoPrivilege);
+        if (c.fault) fault.emplace("ADVAPI32.dll", c.fault, c.fake);
         g_shut = {{}, c.exitOk, c.failStarts, createHook.original<void*>()};
         std::optional<PreinstallationEnvironment> pe;
         if (c.pe) pe.emplace();
@@ -104,13 +100,10 @@ TEST(ShutDown, ToolUnderPreinstallationEnvironmentElseForcedExitWithReason) {
         EXPECT_EQ(c.result, ZN_ShutDown(EWX_REBOOT));
 
         EXPECT_TRUE(wrtest::ToolDouble::WaitForExit("shutdown", 10000));
-        std::vector<std::string> ran;
-        for (const std::wstring& r : c.ran) ran.push_back(wrtest::Narrow(r));
-        EXPECT_EQ(ran, tools.Commands("shutdown"));
+        EXPECT_EQ(c.ran.empty() ? std::vector<std::string>{} : std::vector{wrtest::Narrow(c.ran)},
+                  tools.Commands("shutdown"));
         EXPECT_EQ(c.exits, g_shut.exits);
-        std::vector<std::string> lines;
-        for (const std::string& l : c.log) lines.push_back(wrtest::Tagged(l));
-        EXPECT_EQ(lines, log.Messages());
+        wrtest::ExpectLog(log, c.log);
         EXPECT_EQ(!c.exits.empty(), wrtest::ProcessPrivilegeEnabled(SE_SHUTDOWN_NAME));
         DeleteFileW(wow.c_str());
     }

@@ -2,6 +2,8 @@
 
 #include <tlhelp32.h>
 
+#include <gtest/gtest.h>
+
 #include "support/wine_env.h"
 
 namespace wrtest {
@@ -30,7 +32,6 @@ HANDLE WINAPI FakeSnapshot(DWORD, DWORD) {
     g_list.next = 0;
     return CreateEventW(nullptr, TRUE, FALSE, nullptr);
 }
-HANDLE WINAPI FailedSnapshot(DWORD, DWORD) { return SetLastError(ERROR_NOT_ENOUGH_MEMORY), INVALID_HANDLE_VALUE; }
 BOOL WINAPI FakeFirst(HANDLE, PROCESSENTRY32W* entry) { return g_list.next = 0, Fill(entry); }
 BOOL WINAPI FakeNext(HANDLE, PROCESSENTRY32W* entry) { return Fill(entry); }
 HANDLE WINAPI FakeOpenProcess(DWORD access, BOOL inherit, DWORD pid) {
@@ -41,9 +42,14 @@ HANDLE WINAPI FakeOpenProcess(DWORD access, BOOL inherit, DWORD pid) {
 
 }  // namespace
 
+void ExpectLog(const LogCapture& log, const std::vector<std::string>& lines) {
+    std::vector<std::string> tagged;
+    for (const std::string& line : lines) tagged.push_back(Tagged(line));
+    EXPECT_EQ(tagged, log.Messages());
+}
+
 FakeProcessList::FakeProcessList(std::vector<std::wstring> names)
-    : snapshot_("KERNEL32.dll", "CreateToolhelp32Snapshot",
-                reinterpret_cast<void*>(names == std::vector{kNoSnapshot} ? FailedSnapshot : FakeSnapshot)),
+    : snapshot_("KERNEL32.dll", "CreateToolhelp32Snapshot", reinterpret_cast<void*>(FakeSnapshot)),
       first_("KERNEL32.dll", "Process32FirstW", reinterpret_cast<void*>(FakeFirst)),
       next_("KERNEL32.dll", "Process32NextW", reinterpret_cast<void*>(FakeNext)),
       open_("KERNEL32.dll", "OpenProcess", reinterpret_cast<void*>(FakeOpenProcess)) {
