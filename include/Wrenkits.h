@@ -472,17 +472,24 @@ WRENKITS_API BOOL WINAPI ZN_DisableBackupRestorePrivilege(void);
 WRENKITS_API BOOL WINAPI ZN_SetPrivilegeA(LPCSTR privilegeName, BOOL enable);
 /* Enables or disables a named privilege (wide name); returns TRUE when the token was adjusted. */
 WRENKITS_API BOOL WINAPI ZN_SetPrivilegeW(LPCWSTR privilegeName, BOOL enable);
-/* Logs a user on (batch logon first on Vista and later, then interactive); returns the token, which the caller closes, or NULL. */
+/* Logs a user on (batch logon first on Vista and later, then interactive); returns the token, which the caller closes,
+   or NULL (last error 87 for a NULL or empty user name). */
 WRENKITS_API HANDLE WINAPI ZN_LogonAsUser(LPCWSTR user, LPCWSTR password, LPCWSTR domain);
-/* Returns a primary token duplicated from winlogon.exe (SYSTEM), which the caller closes, or NULL. */
+/* Returns a primary token duplicated from winlogon.exe (SYSTEM), or from the last process whose token opened when none
+   runs; the caller closes it. NULL when no token opened. */
 WRENKITS_API HANDLE WINAPI ZN_GetSystemToken(void);
-/* Stores the desktop user's explorer.exe token in *token (caller closes it); returns 0, 1 for a NULL pointer, or 1168. */
+/* Stores the desktop user's explorer.exe token itself (not a duplicate) in *token, which the caller closes; returns 0,
+   1 for a NULL pointer, or 1168 (no explorer.exe, or its token did not open). */
 WRENKITS_API DWORD WINAPI ZN_GetExplorerToken(PHANDLE token);
-/* Returns a primary token duplicated from the first process of a non-SYSTEM administrator, which the caller closes, or NULL. */
+/* Returns a primary token duplicated from the first process of a non-SYSTEM administrator (else from the last process
+   whose token opened), which the caller closes, or NULL. */
 WRENKITS_API HANDLE WINAPI ZN_GetAdminToken(void);
-/* Starts a program on the interactive desktop under the user's (or an administrator's) token; returns its exit code when waited for, 0 when not, or the start error. */
+/* Starts a program on the interactive desktop under the user's (or an administrator's) token, in the folder before the
+   command line's last backslash; returns its exit code when waited for, 0 when not, or the start error. Refuses with 87
+   a NULL or empty command line or one without a backslash, with 206 one longer than 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_PopWindow(LPCWSTR commandLine, BOOL useAdminToken, BOOL wait);
-/* Shuts the machine down (ExitWindowsEx flags, forced; under Windows PE through shutdown.exe); returns 0 or a Win32 error. */
+/* Shuts the machine down (ExitWindowsEx flags, forced; under Windows PE through shutdown.exe, always a shutdown);
+   returns 0 or the Win32 error of the failing step. */
 WRENKITS_API DWORD WINAPI ZN_ShutDown(WORD exitFlags);
 
 /* ------------------------------------------------------------------------ */
@@ -506,9 +513,11 @@ WRENKITS_API DWORD WINAPI ZN_ReCopyNtdsFiles(LPCWSTR sourceFolder, WCHAR destina
 /* Process: lookup, stop, show, 32/64-bit questions                         */
 /* ------------------------------------------------------------------------ */
 
-/* Returns TRUE when a process whose executable name starts with name runs, storing its identifier (processId may be NULL). */
+/* Returns TRUE when a process whose executable name starts with name (any case; "" matches the first) runs, storing
+   its identifier (processId may be NULL; set to 0 first). FALSE with last error 87 for a NULL name. */
 WRENKITS_API BOOL WINAPI ZN_ProcessExist(LPCWSTR name, LPDWORD processId);
-/* Terminates the first process matching name; returns 0 (also when none runs) or a Win32 error. */
+/* Terminates the first process matching name as ZN_ProcessExist does; returns 0 (also when none runs), 87 for a NULL
+   or empty name, or the open or terminate error (5 for access denied). */
 WRENKITS_API DWORD WINAPI ZN_StopProcess(LPCWSTR name);
 /* Returns TRUE: the library runs only on 64-bit processors. */
 WRENKITS_API BOOL WINAPI ZN_IsX64Cpu(void);
@@ -516,7 +525,7 @@ WRENKITS_API BOOL WINAPI ZN_IsX64Cpu(void);
 WRENKITS_API BOOL WINAPI ZN_IsWow64(void);
 /* Switches file-system redirection off (enable FALSE, saving the old value) or back on (enable TRUE, from the saved value); returns 0, 87 for a NULL pointer, or the error. */
 WRENKITS_API DWORD WINAPI ZN_EnableWow64Redirection(BOOL enable, PVOID *savedValue);
-/* Shows the first top-level window of a process; returns 0, or 1168 when it has none. */
+/* Shows (SW_SHOW) the first top-level window of a process, visible or not; returns 0, or 1168 when it has none. */
 WRENKITS_API DWORD WINAPI ZN_ShowProcessWind(DWORD processId);
 
 /* ------------------------------------------------------------------------ */
