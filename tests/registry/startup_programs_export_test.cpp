@@ -49,6 +49,8 @@ std::string Stored(WCHAR letter, const wchar_t* value) {
 
 class StartupPrograms : public testing::Test {
 protected:
+    // W: stands for a drive without an installation, whatever earlier tests left there.
+    void SetUp() override { wrtest::ClearDrive(L'W'); }
     void TearDown() override {
         wrtest::ClearDrive(L'T');
         HKEY run = nullptr;
