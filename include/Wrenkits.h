@@ -350,9 +350,9 @@ WRENKITS_API DWORD WINAPI ZN_GetDoscharMapA(CHAR systemDrive, CHAR *letterMap);
 /* Copies the disk identity and partition GUIDs of one physical disk onto another; returns 0, 13 for different
    partition styles (nothing written), 2 for an unpaired partition (the pairs before it written), or the open/layout error. */
 WRENKITS_API DWORD WINAPI ZN_CopyDiskGuid(DWORD sourceDisk, DWORD destinationDisk);
-/* Returns TRUE when the volume is the running system's or holds a Windows installation with a readable version. */
+/* Returns TRUE when the volume is the running system's or holds a Windows installation with a readable version; FALSE otherwise and for a non-letter (refused, logged). */
 WRENKITS_API BOOL WINAPI ZN_IsSystemPartition(WCHAR driveLetter);
-/* Returns TRUE when the volume is an active MBR partition or a GPT EFI system partition. */
+/* Returns TRUE when the volume is an active MBR partition or a GPT EFI system partition; FALSE otherwise, on a failed request, and for a non-letter (refused, logged). */
 WRENKITS_API BOOL WINAPI ZN_IsBootPartition(WCHAR driveLetter);
 /* Returns the first free drive letter from C to Z in upper case, or 0 when all are taken. */
 WRENKITS_API WCHAR WINAPI ZN_GetFreeDriveLetter(void);
