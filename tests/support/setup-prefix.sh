@@ -29,6 +29,10 @@ for letter in s t w x; do
   ln -sfn "$drives/$letter" "$prefix/dosdevices/$letter:"
 done
 
+# Wine serves \\server\share from dosdevices/unc; without that folder every UNC path
+# fails with 66 instead of the 2 of a share that is not there.
+mkdir -p "$prefix/dosdevices/unc"
+
 mkdir -p "$bin"
 : >"$bin/QRB.log"
 

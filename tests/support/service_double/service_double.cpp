@@ -13,7 +13,7 @@
 namespace {
 
 constexpr DWORD kHoldLimitMs = 60000;
-constexpr DWORD kAnswerGraceMs = 500;
+constexpr DWORD kAnswerGraceMs = 3000;
 
 struct Options {
     bool holdStart = false, holdStop = false, pausable = false;
