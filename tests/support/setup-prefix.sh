@@ -30,8 +30,9 @@ for letter in s t w x; do
 done
 
 # Wine serves \\server\share from dosdevices/unc; without that folder every UNC path
-# fails with 66 instead of the 2 of a share that is not there.
-mkdir -p "$prefix/dosdevices/unc"
+# fails with 66, and without its server folder with 3, instead of the 2 of a share
+# that is not there.
+mkdir -p "$prefix/dosdevices/unc/nas"
 
 mkdir -p "$bin"
 : >"$bin/QRB.log"
