@@ -52,6 +52,28 @@ bool WholeRecord(const AdapterInfo& a) {
            Terminated(a.DefaultGateway) && Terminated(a.PrimaryDns) && Terminated(a.SecondaryDns);
 }
 
+// An adapter's key (`format` filled with its service name) opened for writing; a path
+// that does not fit or a failed open is logged under the caller's name.
+class AdapterKey {
+public:
+    AdapterKey(const char* user, const wchar_t* format, const wchar_t* serviceName) {
+        if (!Format(user, "key path", path_, format, serviceName)) {
+            status_ = ERROR_FILENAME_EXCED_RANGE;
+            return;
+        }
+        status_ = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path_, 0, KEY_WRITE, key_.put());
+        if (status_ != ERROR_SUCCESS) LogW(L"%S open %s error: %d", user, path_, status_);
+    }
+    LSTATUS status() const { return status_; }
+    HKEY get() const { return key_.get(); }
+    const wchar_t* path() const { return path_; }
+
+private:
+    wchar_t path_[kPathChars] = {};
+    unique_hkey key_;
+    LSTATUS status_ = ERROR_SUCCESS;
+};
+
 // A one-string multi-string: the characters, their terminator and the list's.
 void WriteSingleMultiString(HKEY key, const wchar_t* value, const wchar_t* text) {
     wchar_t list[22] = {};
@@ -187,31 +209,20 @@ DWORD GetNetworkAdapterInfo(LPCWSTR serviceName, AdapterInfo* info) {
 
 DWORD EnableDhcp(const AdapterInfo* adapter) {
     constexpr char kName[] = "EnableDhcp";
-    wchar_t path[kPathChars];
-    if (!Format(kName, "key path", path, kInterfaceKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
-    unique_hkey key;
-    LSTATUS status = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_WRITE, key.put());
-    if (status != ERROR_SUCCESS) {
-        LogW(L"%S open %s error: %d", kName, path, status);
-        return status;
-    }
+    const AdapterKey key(kName, kInterfaceKey, adapter->ServiceName);
+    if (key.status() != ERROR_SUCCESS) return key.status();
     const DWORD on = 1;
-    status = ::RegSetValueExW(key.get(), L"EnableDHCP", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&on), sizeof(on));
-    if (status != ERROR_SUCCESS) LogW(L"%S set EnableDHCP under %s error: %d", kName, path, status);
+    const LSTATUS status =
+        ::RegSetValueExW(key.get(), L"EnableDHCP", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&on), sizeof(on));
+    if (status != ERROR_SUCCESS) LogW(L"%S set EnableDHCP under %s error: %d", kName, key.path(), status);
     return status;
 }
 
 DWORD SetStaticIp(const AdapterInfo* adapter) {
     constexpr char kName[] = "SetStaticIp";
-    wchar_t path[kPathChars];
-    if (!Format(kName, "key path", path, kInterfaceKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
     {
-        unique_hkey key;
-        const LSTATUS status = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_WRITE, key.put());
-        if (status != ERROR_SUCCESS) {
-            LogW(L"%S open %s error: %d", kName, path, status);
-            return status;
-        }
+        const AdapterKey key(kName, kInterfaceKey, adapter->ServiceName);
+        if (key.status() != ERROR_SUCCESS) return key.status();
         WriteStaticAddresses(key.get(), *adapter);
         wchar_t servers[100];
         JoinNameServer(adapter->PrimaryDns, adapter->SecondaryDns, servers);
@@ -220,13 +231,8 @@ DWORD SetStaticIp(const AdapterInfo* adapter) {
     }
 
     // Older components read the adapter's own Tcpip key; it gets the same addresses.
-    if (!Format(kName, "key path", path, kLegacyKey, adapter->ServiceName)) return ERROR_FILENAME_EXCED_RANGE;
-    unique_hkey legacy;
-    const LSTATUS status = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_WRITE, legacy.put());
-    if (status != ERROR_SUCCESS) {
-        LogW(L"%S open %s error: %d", kName, path, status);
-        return status;
-    }
+    const AdapterKey legacy(kName, kLegacyKey, adapter->ServiceName);
+    if (legacy.status() != ERROR_SUCCESS) return legacy.status();
     WriteStaticAddresses(legacy.get(), *adapter);
     return 0;
 }
