@@ -14,8 +14,6 @@ namespace {
 
 constexpr char kClientKey[] = "SOFTWARE\\Zenthra\\Paravane\\Client";
 constexpr char kServerKey[] = "SOFTWARE\\Zenthra\\Paravane\\Server";
-constexpr wchar_t kDefaultProduct[] = L"Lumenkeep";
-constexpr DWORD kDefaultLanguage = 1033;
 constexpr char kCreateName[] = "ZN_CreateInterface";
 constexpr DWORD kImageInterface = 5;
 constexpr WORD kUnknownImageMajor = 9;
@@ -153,6 +151,7 @@ extern "C" DWORD WINAPI ZN_GetUniversalDriversPack(LPSTR folder) {
 
 extern "C" DWORD WINAPI ZN_GetLanguageID() {
     constexpr char kName[] = "ZN_GetLanguageID";
+    constexpr DWORD kDefaultLanguage = 1033;
     // Settings lie beside the product's programs: above the image library's folder
     // when the product loaded it, else beside the host.
     char ini[kPathChars];
@@ -227,6 +226,7 @@ extern "C" WORD WINAPI ZN_GetImageVersion(LPCWSTR imagePath, PWORD minorVersion)
 extern "C" DWORD WINAPI ZN_GetProductName(LPWSTR name) {
     constexpr char kName[] = "ZN_GetProductName";
     constexpr DWORD kNameChars = 260;
+    constexpr wchar_t kDefaultProduct[] = L"Lumenkeep";
     if (!name) return RefuseInvalid(kName, "the name buffer");
     unique_hkey key;
     const char* keyPath = kClientKey;
