@@ -10,7 +10,7 @@ namespace {
 using wrenkits::ShareCut;
 
 TEST(ShareNames, ShareIpcAndUserFromAPath) {
-    const std::wstring longName(300, L'x');
+    const std::wstring x300(300, L'x');
     struct {
         std::wstring path;
         const wchar_t* user;
@@ -18,14 +18,13 @@ TEST(ShareNames, ShareIpcAndUserFromAPath) {
         const wchar_t *share, *ipc, *qualified, *keepingDomain;  // "" where the text is refused
     } cases[] = {
         {L"\\\\nas\\backup\\pc1", L"admin", ShareCut::Share, L"\\\\nas\\backup", L"\\\\nas\\IPC$", L"nas\\admin", L"nas\\admin"},
-        {L"\\\\nas\\backup", nullptr, ShareCut::Share, L"\\\\nas\\backup", L"\\\\nas\\IPC$", L"", L""},
+        {L"\\\\nas\\b", nullptr, ShareCut::Share, L"\\\\nas\\b", L"\\\\nas\\IPC$", L"", L""},
         {L"\\\\nas\\b\\c", L"CORP\\admin", ShareCut::Share, L"\\\\nas\\b", L"\\\\nas\\IPC$", L"nas\\CORP\\admin", L"CORP\\admin"},
         {L"\\\\nas\\b", L"corp/admin", ShareCut::Share, L"\\\\nas\\b", L"\\\\nas\\IPC$", L"nas\\corp/admin", L"corp/admin"},
-        // The server name takes at least one character.
-        {L"\\\\\\x", L"u", ShareCut::NoShare, L"", L"\\\\\\x\\IPC$", L"\\u", L"\\u"},
-        {L"\\\\nas\\b\\" + longName, L"", ShareCut::Share, L"\\\\nas\\b", L"\\\\nas\\IPC$", L"", L""},
-        {L"\\\\nas\\" + longName, L"", ShareCut::TooLong, L"", L"\\\\nas\\IPC$", L"", L""},
-        {L"\\\\" + longName.substr(0, 254), longName.c_str(), ShareCut::NoShare, L"", L"", L"", L""},
+        {L"\\\\\\x", L"u", ShareCut::NoShare, L"", L"\\\\\\x\\IPC$", L"\\u", L"\\u"},  // the server takes one character
+        {L"\\\\nas\\b\\" + x300, L"", ShareCut::Share, L"\\\\nas\\b", L"\\\\nas\\IPC$", L"", L""},
+        {L"\\\\nas\\" + x300, L"", ShareCut::TooLong, L"", L"\\\\nas\\IPC$", L"", L""},
+        {L"\\\\" + x300.substr(0, 254), x300.c_str(), ShareCut::NoShare, L"", L"", L"", L""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.path.substr(0, 30)));
@@ -46,12 +45,9 @@ TEST(ShareNames, ConnectionErrorsMapToPathCheckCodes) {
         for (DWORD error : errors) EXPECT_EQ(code, wrenkits::ClassifyConnectionError(error)) << "error " << error;
 }
 
+// "NameServer" split at its first comma (both fields hold "old" before) and joined back.
 TEST(NameServer, SplitAtTheFirstCommaAndJoinBack) {
-    struct {
-        const wchar_t* text;
-        bool whole;
-        const wchar_t *primary, *secondary, *joined;  // both fields hold "old" before
-    } cases[] = {
+    const struct { const wchar_t* text; bool whole; const wchar_t *primary, *secondary, *joined; } cases[] = {
         {L"10.0.0.1,10.0.0.2", true, L"10.0.0.1", L"10.0.0.2", L"10.0.0.1,10.0.0.2"},
         {L"10.0.0.1 10.0.0.2", true, L"10.0.0.1 10.0.0.2", L"old", L"10.0.0.1 10.0.0.2,old"},
         {L",1.1.1.1,2.2.2.2", true, L"old", L"1.1.1.1,2.2.2.2", L"old,1.1.1.1,2.2.2.2"},
