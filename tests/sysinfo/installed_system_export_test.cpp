@@ -4,20 +4,19 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "Wrenkits.h"
 #include "support/import_hook.h"
-#include "support/log_capture.h"
 #include "support/registry_fixture.h"
-#include "support/wine_env.h"
 #include "sysinfo/sysinfo_test_support.h"
+
+using namespace sitest;
 
 namespace {
 
 constexpr DWORD kPoison = 0xDEADBEEF;
-std::vector<std::string> g_unloads;
+std::string V(DWORD value) { return value == kPoison || value == 0xEE ? "-" : U(value); }  // "-": untouched
+Lines g_unloads;
 void* g_realA;
 void* g_realW;
 LONG WINAPI UnloadA(HKEY root, LPCSTR name) {
@@ -38,63 +37,34 @@ std::string Software(const char* version, bool pair, bool withVersion = true) {
     return h.Text();
 }
 
-struct Row {
-    const char* name;
-    wchar_t letter;
-    std::optional<std::string> hive;  // unset: the drive is left as it is
-    bool drivers, x64;
-    DWORD exResult, exMajor, exMinor, exIs64;  // ZN_GetOsVersionEx
-    const wchar_t *exProduct, *exPath;
-    BOOL part;
-    DWORD partMajor, partMinor, partX64;       // ZN_GetSystemInfoFromPartition
-    BOOL info;
-    BYTE infoMajor, infoMinor;                 // ZN_GetSystemInfo (0xEE: untouched)
-    const wchar_t* infoPath;
-    BOOL system;                               // ZN_IsSystemPartition
-    std::vector<std::string> unloads, lines;
-};
-
 TEST(InstalledSystem, OfflineInstallationsAreReadFromTheirHiveAndAlwaysUnmounted) {
-    const std::string exLoad = "ZN_GetOsVersionEx load S:\\Windows\\System32\\Config\\SOFTWARE error: 1017";
     const std::string libLoad = "ZN_LoadRegistry load S:\\";
-    const std::vector<std::string> all = {"W ZNRegKey", "W ZNSoftware", "W ZNRegKey", "A ZNSoftware"};
-    const Row rows[] = {
-        {"DWORD pair, 64-bit", L'S', Software("6.3", true), true, true, 0, 10, 0, 1, L"Windows 10 Pro", L"C:\\Windows",
-         TRUE, 6, 3, 1, TRUE, 6, 3, L"S:\\Windows", TRUE, all,
-         {"ZN_GetSystemInfoFromPartition ---#--> S: X64: 1, system version: 6 3"}},
-        {"\"6.1\" only, 32-bit", L's', Software("6.1", false), true, false, 0, 6, 1, 0, L"Windows 7 Professional",
-         L"D:\\WINDOWS", TRUE, 6, 1, 0, TRUE, 6, 1, L"s:\\WINDOWS", TRUE, all,
-         {"ZN_GetSystemInfoFromPartition ---#--> s: X64: 0, system version: 6 1"}},
-        {"no drivers folder: silent 0 where it is required", L'S', Software("10.0", false), false, true, 0, 10, 0, 1,
-         L"Windows 7 Professional", L"D:\\WINDOWS", FALSE, 0, 0, 1, TRUE, 10, 0, L"S:\\WINDOWS", FALSE,
-         {"W ZNRegKey", "W ZNRegKey"}, {}},
-        {"key without CurrentVersion: failed, still unmounted", L'S', Software("", false, false), true, false, 2,
-         kPoison, kPoison, kPoison, L"", L"", FALSE, 0, 0, 0, FALSE, 0xEE, 0xEE, L"", FALSE, all,
-         {"ZN_GetOsVersionEx get CurrentVersion error: 2",
-          "ZN_GetSystemInfoFromPartition get CurrentVersion in registry error: 2",
-          "ZN_GetSystemInfo get CurrentVersion from ZNRegKey\\Microsoft\\Windows NT\\CurrentVersion error: 2"}},
-        {"hive that will not load", L'S', "junk", true, false, 1017, kPoison, kPoison, kPoison, L"", L"", FALSE, 0, 0, 0,
-         FALSE, 0xEE, 0xEE, L"", FALSE, {},
-         {exLoad, libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017",
-          "ZN_GetSystemInfoFromPartition load S error: 1017",
-          libLoad + "Windows\\System32\\Config\\SOFTWARE to ZNRegKey error: 1017",
-          libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017",
-          "ZN_IsSystemPartition load S:\\WINDOWS\\system32\\config\\SOFTWARE error: 1017"}},
+    const Lines all = {"W ZNRegKey", "W ZNSoftware", "W ZNRegKey", "A ZNSoftware"};
+    // What each reader answers: ZN_GetOsVersionEx "result major minor x64 product|path",
+    // ZN_GetSystemInfoFromPartition "result major minor x64", ZN_GetSystemInfo "result major minor path".
+    const struct { const char* name; wchar_t letter; std::optional<std::string> hive; bool drivers, x64; std::string ex, part, info; BOOL system; Lines unloads, log; } rows[] = {
+        {"DWORD pair, 64-bit", L'S', Software("6.3", true), true, true, "0 10 0 1 Windows 10 Pro|C:\\Windows", "1 6 3 1", "1 6 3 S:\\Windows", TRUE, all, {"ZN_GetSystemInfoFromPartition ---#--> S: X64: 1, system version: 6 3"}},
+        {"\"6.1\" only, 32-bit", L's', Software("6.1", false), true, false, "0 6 1 0 Windows 7 Professional|D:\\WINDOWS", "1 6 1 0", "1 6 1 s:\\WINDOWS", TRUE, all, {"ZN_GetSystemInfoFromPartition ---#--> s: X64: 0, system version: 6 1"}},
+        {"no drivers folder: silent 0 where it is required", L'S', Software("10.0", false), false, true, "0 10 0 1 Windows 7 Professional|D:\\WINDOWS", "0 0 0 1", "1 10 0 S:\\WINDOWS", FALSE, {"W ZNRegKey", "W ZNRegKey"}, {}},
+        {"key without CurrentVersion: failed, still unmounted", L'S', Software("", false, false), true, false, "2 - - - |", "0 0 0 0", "0 - - ", FALSE, all,
+         {"ZN_GetOsVersionEx get CurrentVersion error: 2", "ZN_GetSystemInfoFromPartition get CurrentVersion in registry error: 2", "ZN_GetSystemInfo get CurrentVersion from ZNRegKey\\Microsoft\\Windows NT\\CurrentVersion error: 2"}},
+        {"hive that will not load", L'S', "junk", true, false, "1017 - - - |", "0 0 0 0", "0 - - ", FALSE, {},
+         {"ZN_GetOsVersionEx load S:\\Windows\\System32\\Config\\SOFTWARE error: 1017", libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017",
+          "ZN_GetSystemInfoFromPartition load S error: 1017", libLoad + "Windows\\System32\\Config\\SOFTWARE to ZNRegKey error: 1017",
+          libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017", "ZN_IsSystemPartition load S:\\WINDOWS\\system32\\config\\SOFTWARE error: 1017"}},
         // Wine records no "PathName": the outputs read before it keep their values.
-        {"the running system in lower case: nothing mounted", L'c', {}, true, true, 2, 6, 1, 1,
-         L"Microsoft Windows 7", L"", TRUE, 6, 1, 1, FALSE, 6, 1, L"", TRUE, {},
-         {"ZN_GetOsVersionEx get PathName error: 2",
-          "ZN_GetSystemInfo get PathName from SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion error: 2"}},
-        {"a digit is no letter", L'1', {}, false, false, 87, kPoison, kPoison, kPoison, L"", L"", FALSE, 0, 0, 0,
-         FALSE, 0xEE, 0xEE, L"", FALSE, {},
-         {"ZN_GetSystemInfo refused: the drive letter is missing or not valid",
-          "ZN_IsSystemPartition refused: the drive letter is missing or not valid"}},
+        {"the running system in lower case: nothing mounted", L'c', {}, true, true, "2 6 1 1 Microsoft Windows 7|", "1 6 1 1", "0 6 1 ", TRUE, {},
+         {"ZN_GetOsVersionEx get PathName error: 2", "ZN_GetSystemInfo get PathName from SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion error: 2"}},
+        {"a digit is no letter", L'1', {}, false, false, "87 - - - |", "0 0 0 0", "0 - - ", FALSE, {},
+         {"ZN_GetSystemInfo refused: the drive letter is missing or not valid", "ZN_IsSystemPartition refused: the drive letter is missing or not valid"}},
     };
     wrtest::ImportHook a("ADVAPI32.dll", "RegUnLoadKeyA", reinterpret_cast<void*>(UnloadA));
     wrtest::ImportHook w("ADVAPI32.dll", "RegUnLoadKeyW", reinterpret_cast<void*>(UnloadW));
     g_realA = a.original<void*>();
     g_realW = w.original<void*>();
-    for (const Row& r : rows) {
+    // Each reader on its own: Wine leaves an empty key behind a failed load.
+    const auto clean = [] { for (const wchar_t* n : wrtest::kMountNames) wrtest::RemoveHklmKey(n); };
+    for (const auto& r : rows) {
         SCOPED_TRACE(r.name);
         if (r.hive) {
             wrtest::RemoveTree(L"S:\\Windows");
@@ -106,34 +76,25 @@ TEST(InstalledSystem, OfflineInstallationsAreReadFromTheirHiveAndAlwaysUnmounted
         }
         g_unloads.clear();
         wrtest::LogCapture log;
-        // Each reader on its own: Wine leaves an empty key behind a failed load.
-        const auto clean = [] { for (const wchar_t* n : wrtest::kMountNames) wrtest::RemoveHklmKey(n); };
-
         wrtest::SetProcessPrivilege(L"SeRestorePrivilege", false);
         DWORD major = kPoison, minor = kPoison, is64 = kPoison;
         wchar_t product[64] = L"", path[64] = L"";
-        EXPECT_EQ(r.exResult, ZN_GetOsVersionEx(r.letter, &major, &minor, &is64, product, 64, path, 64));
-        EXPECT_EQ((std::vector<DWORD>{r.exMajor, r.exMinor, r.exIs64}), (std::vector<DWORD>{major, minor, is64}));
-        EXPECT_EQ(std::wstring(r.exProduct) + L"|" + r.exPath, std::wstring(product) + L"|" + path);
+        const DWORD ex = ZN_GetOsVersionEx(r.letter, &major, &minor, &is64, product, 64, path, 64);
+        EXPECT_EQ(r.ex, U(ex) + " " + V(major) + " " + V(minor) + " " + V(is64) + " " + wrtest::Narrow(product) + "|" + wrtest::Narrow(path));
         EXPECT_FALSE(wrtest::ProcessPrivilegeEnabled(L"SeRestorePrivilege")) << "privileges given back";
         clean();
-
-        DWORD pm = kPoison, pn = kPoison, px = kPoison;
-        EXPECT_EQ(r.part, ZN_GetSystemInfoFromPartition(char(r.letter), &pm, &pn, &px));
-        EXPECT_EQ((std::vector<DWORD>{r.partMajor, r.partMinor, r.partX64}), (std::vector<DWORD>{pm, pn, px}));
+        const BOOL part = ZN_GetSystemInfoFromPartition(char(r.letter), &major, &minor, &is64);
+        EXPECT_EQ(r.part, U(part) + " " + U(major) + " " + U(minor) + " " + U(is64));
         clean();
-
         BYTE im = 0xEE, in = 0xEE;
         wchar_t installed[100] = L"";
-        EXPECT_EQ(r.info, ZN_GetSystemInfo(r.letter, &im, &in, nullptr, nullptr, installed));
-        EXPECT_EQ((std::vector<int>{r.infoMajor, r.infoMinor}), (std::vector<int>{im, in}));
-        EXPECT_EQ(std::wstring(r.infoPath), installed);
+        const BOOL info = ZN_GetSystemInfo(r.letter, &im, &in, nullptr, nullptr, installed);
+        EXPECT_EQ(r.info, U(info) + " " + V(im) + " " + V(in) + " " + wrtest::Narrow(installed));
         clean();
-
         EXPECT_EQ(r.system, ZN_IsSystemPartition(r.letter));
         clean();
         EXPECT_EQ(r.unloads, g_unloads);
-        EXPECT_EQ(sitest::Lines(r.lines), log.Messages());
+        EXPECT_EQ(Tagged(r.log), log.Messages());
     }
     wrtest::RemoveTree(L"S:\\Windows");
     wrtest::RemoveTree(L"S:\\Program Files (x86)");

@@ -2,76 +2,55 @@
 // environment test, product keys and settings, the drivers pack and the image library.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "Wrenkits.h"
-#include "support/wine_env.h"
 #include "sysinfo/sysinfo_test_support.h"
+
+using namespace sitest;
+using wrtest::Narrow;
 
 namespace {
 
-using sitest::Lines;
-using wrtest::Narrow;
 const std::wstring kBin = wrtest::ExeDir(), kAbove = kBin.substr(0, kBin.rfind(L'\\'));
 const std::wstring kProduct = L"SOFTWARE\\Zenthra\\Paravane\\";
 const wchar_t* const kQorlibs[] = {L"Qorlib_8.dll", L"Qorlib_9_0.dll", L"Qorlib_9_1.dll", L"Qorlib.dll"};
 
-// Drops every load of the image libraries (the library never unloads them itself).
-void UnloadQorlibs() {
+// Drops every load of the image libraries (the library never unloads them itself), and the settings files.
+void Unload() {
     for (const wchar_t* name : kQorlibs)
         while (HMODULE m = GetModuleHandleW(name)) FreeLibrary(m);
+    for (const std::wstring& dir : {kBin, kAbove}) DeleteFileW((dir + L"\\Dispatch.ini").c_str());
 }
-
-struct ProductRow {
-    const wchar_t* cmdLine;           // SYSTEM\Setup "CmdLine"; nullptr: none
-    BOOL underPe;
-    int clientLanguage, serverLanguage;  // -1: no key; 0: the key without "Language"
-    const wchar_t *clientProduct, *clientType, *useType;  // nullptr: no value, no settings file
-    bool qorlib;                      // loaded: the settings file lies above its folder
-    DWORD language;
-    std::wstring product;
-    DWORD type;
-    std::vector<std::string> lines;
-};
 
 TEST(ProductEnvironment, PeShellLanguageSettingsAndProductKeysWithTheirDefaults) {
     const std::string host = "ZN_GetLanguageID ini file: " + Narrow(kBin) + "\\Dispatch.ini";
     const std::string client = Narrow(kProduct) + "Client", server = Narrow(kProduct) + "Server";
     const std::string noType = "ZN_GetProductType open registry SOFTWARE\\Zenthra\\Paravane\\Client error: 2";
-    const ProductRow rows[] = {
-        {L"winpeshl.exe", TRUE, 1031, 1036, L"Paravane Pro", L"42abc", nullptr, false, 1031, L"Paravane Pro", 42, {host}},
-        {L"winpeshl.exe x", FALSE, 1031, 1036, L"Paravane Pro", L"7", L"1", false, 1036, L"Paravane Pro", 7, {host}},
-        {L"PECMD.EXE x", TRUE, 1031, 1036, nullptr, L"x", L"3", true, 1036, L"Lumenkeep", 0,
-         {"ZN_GetLanguageID ini file: " + Narrow(kAbove) + "\\Dispatch.ini",
-          "ZN_GetProductName query Language in " + client + " error: 2"}},
-        {L"pecmd.ex", FALSE, -1, -1, nullptr, nullptr, nullptr, false, 1033, L"Lumenkeep", 0,
-         {host, "ZN_GetLanguageID open key " + client + " error: 2", noType}},
-        {nullptr, FALSE, -1, 0, nullptr, nullptr, L"5", false, 1033, L"Server Edition", 0,
-         {host, "ZN_GetLanguageID query Language in " + server + " error: 2", noType}},
-        {L"WINPESHL.EXE", TRUE, 0, -1, nullptr, nullptr, nullptr, false, 1033, L"Lumenkeep", 0,
-         {host, "ZN_GetLanguageID query Language in " + client + " error: 2",
-          "ZN_GetProductName query Language in " + client + " error: 2",
-          "ZN_GetProductType query PRODUCTTYPE from registry error: 2"}},
+    // SYSTEM\Setup "CmdLine"; the Client and Server "Language" (-1: no key, 0: no value); the Client's "ProductName"
+    // and "PRODUCTTYPE" and the settings' "useType" (nullptr: none); whether the image library is loaded
+    // (the settings then lie above its folder); then the answers of the four calls and the log.
+    const struct { const wchar_t* cmdLine; int clientLanguage, serverLanguage; const wchar_t *clientProduct, *clientType, *useType; bool qorlib; BOOL underPe; DWORD language; std::wstring product; DWORD type; Lines log; } rows[] = {
+        {L"winpeshl.exe", 1031, 1036, L"Paravane Pro", L"42abc", nullptr, false, TRUE, 1031, L"Paravane Pro", 42, {host}},
+        {L"winpeshl.exe x", 1031, 1036, L"Paravane Pro", L"7", L"1", false, FALSE, 1036, L"Paravane Pro", 7, {host}},
+        {L"PECMD.EXE x", 1031, 1036, nullptr, L"x", L"3", true, TRUE, 1036, L"Lumenkeep", 0, {"ZN_GetLanguageID ini file: " + Narrow(kAbove) + "\\Dispatch.ini", "ZN_GetProductName query Language in " + client + " error: 2"}},
+        {L"pecmd.ex", -1, -1, nullptr, nullptr, nullptr, false, FALSE, 1033, L"Lumenkeep", 0, {host, "ZN_GetLanguageID open key " + client + " error: 2", noType}},
+        {nullptr, -1, 0, nullptr, nullptr, L"5", false, FALSE, 1033, L"Server Edition", 0, {host, "ZN_GetLanguageID query Language in " + server + " error: 2", noType}},
+        {L"WINPESHL.EXE", 0, -1, nullptr, nullptr, nullptr, false, TRUE, 1033, L"Lumenkeep", 0, {host, "ZN_GetLanguageID query Language in " + client + " error: 2", "ZN_GetProductName query Language in " + client + " error: 2", "ZN_GetProductType query PRODUCTTYPE from registry error: 2"}},
     };
-    for (const ProductRow& r : rows) {
+    for (const auto& r : rows) {
         SCOPED_TRACE(Narrow(r.cmdLine ? r.cmdLine : L"<no CmdLine>"));
-        sitest::MachineKeys keys;
-        UnloadQorlibs();
-        for (const std::wstring& dir : {kBin, kAbove}) DeleteFileW((dir + L"\\Dispatch.ini").c_str());
-        if (r.useType) wrtest::WriteFileBytes((r.qorlib ? kAbove : kBin) + L"\\Dispatch.ini",
-                                              "[OPERATE_START]\r\nuseType=" + Narrow(r.useType) + "\r\n");
+        MadeKeys keys{{L"SOFTWARE\\Zenthra", L"SYSTEM\\Setup"}};
+        Unload();
+        if (r.useType) wrtest::WriteFileBytes((r.qorlib ? kAbove : kBin) + L"\\Dispatch.ini", "[OPERATE_START]\r\nuseType=" + Narrow(r.useType) + "\r\n");
         if (r.qorlib) {
             CopyFileW((kBin + L"\\qorlib_double.dll").c_str(), (kBin + L"\\Qorlib.dll").c_str(), FALSE);
             ASSERT_TRUE(LoadLibraryW((kBin + L"\\Qorlib.dll").c_str()));
         }
-        keys.Set(L"SYSTEM\\Setup", L"CmdLine", REG_SZ, r.cmdLine, r.cmdLine ? DWORD(wcslen(r.cmdLine) * 2 + 2) : 0);
-        if (r.clientLanguage >= 0) keys.Set(kProduct + L"Client", L"Language", REG_DWORD,
-                                            r.clientLanguage ? &r.clientLanguage : nullptr, 4);
-        if (r.serverLanguage >= 0) keys.Sz(kProduct + L"Server", L"ProductName", L"Server Edition");
-        if (r.serverLanguage > 0) keys.Set(kProduct + L"Server", L"Language", REG_DWORD, &r.serverLanguage, 4);
-        if (r.clientProduct) keys.Sz(kProduct + L"Client", L"ProductName", r.clientProduct);
-        if (r.clientType) keys.Sz(kProduct + L"Client", L"PRODUCTTYPE", r.clientType);
+        if (r.cmdLine) Put(L"SYSTEM\\Setup", L"CmdLine", r.cmdLine);
+        if (r.clientLanguage >= 0) Put(kProduct + L"Client", r.clientLanguage ? L"Language" : nullptr, DWORD(r.clientLanguage));
+        if (r.serverLanguage >= 0) Put(kProduct + L"Server", L"ProductName", L"Server Edition");
+        if (r.serverLanguage > 0) Put(kProduct + L"Server", L"Language", DWORD(r.serverLanguage));
+        if (r.clientProduct) Put(kProduct + L"Client", L"ProductName", r.clientProduct);
+        if (r.clientType) Put(kProduct + L"Client", L"PRODUCTTYPE", r.clientType);
         wrtest::LogCapture log;
         EXPECT_EQ(r.underPe, ZN_IsUnderPE());
         EXPECT_EQ(r.language, ZN_GetLanguageID());
@@ -79,25 +58,22 @@ TEST(ProductEnvironment, PeShellLanguageSettingsAndProductKeysWithTheirDefaults)
         EXPECT_EQ(0u, ZN_GetProductName(product));
         EXPECT_EQ(r.product, product);
         EXPECT_EQ(r.type, ZN_GetProductType());
-        EXPECT_EQ(Lines(r.lines), log.Messages());
-        keys.Set(kProduct, nullptr);  // the product's keys go with the test
-        UnloadQorlibs();
-        for (const std::wstring& dir : {kBin, kAbove}) DeleteFileW((dir + L"\\Dispatch.ini").c_str());
+        EXPECT_EQ(Tagged(r.log), log.Messages());
+        Unload();
     }
 }
 
 TEST(ProductEnvironment, ImageLibraryIsChosenByVersionAndReadsTheRecordThroughItsSlots) {
     const std::string load = "ZN_CreateInterface try to load " + Narrow(kBin) + "\\";
-    struct Row { WORD major, minor; DWORD iid, result; const char* dll; std::vector<std::string> more; };
-    const Row rows[] = {
-        {8, 7, 5, 0, "Qorlib_8.dll", {}},   {9, 0, 5, 0, "Qorlib_9_0.dll", {}}, {9, 2, 5, 0, "Qorlib_9_0.dll", {}},
+    const struct { WORD major, minor; DWORD iid, result; const char* dll; Lines more; } rows[] = {
+        {8, 7, 5, 0, "Qorlib_8.dll", {}}, {9, 0, 5, 0, "Qorlib_9_0.dll", {}}, {9, 2, 5, 0, "Qorlib_9_0.dll", {}},
         {9, 3, 5, 0, "Qorlib_9_1.dll", {}}, {9, 4, 5, 0, "Qorlib.dll", {}},
         {10, 0, 7, 0x80004002, "Qorlib.dll", {"ZN_CreateInterface create image file interface error: 0x80004002"}},
     };
     for (const wchar_t* n : kQorlibs) CopyFileW((kBin + L"\\qorlib_double.dll").c_str(), (kBin + L"\\" + n).c_str(), 0);
-    for (const Row& r : rows) {
+    for (const auto& r : rows) {
         SCOPED_TRACE(testing::Message() << r.major << "." << r.minor << " interface " << r.iid);
-        UnloadQorlibs();
+        Unload();
         wrtest::LogCapture log;
         void* object = &log;
         EXPECT_EQ(r.result, ZN_CreateInterface(r.major, r.minor, r.iid, &object));
@@ -105,23 +81,19 @@ TEST(ProductEnvironment, ImageLibraryIsChosenByVersionAndReadsTheRecordThroughIt
         for (const wchar_t* n : kQorlibs) loaded += GetModuleHandleW(n) ? Narrow(n) : "";
         EXPECT_EQ(r.dll, loaded) << "the one library chosen, and it stays loaded";
         EXPECT_EQ(r.result == 0, object != nullptr);
-        if (object) (*reinterpret_cast<void (WINAPI***)(void*)>(object))[0](object);
-        std::vector<std::string> lines = {load + r.dll};
-        lines.insert(lines.end(), r.more.begin(), r.more.end());
-        EXPECT_EQ(Lines(lines), log.Messages());
+        if (object) (*reinterpret_cast<void(WINAPI***)(void*)>(object))[0](object);
+        EXPECT_EQ(Tagged(Lines{load + r.dll} + r.more), log.Messages());
     }
 
     const std::wstring image = kBin + L"\\image.qor";
-    const std::string imageA = Narrow(image);
-    struct ImageRow { const char* content; WORD major, minor; std::string line; };
-    const ImageRow images[] = {
-        {"10 2 0", 10, 2, "ZN_GetImageVersion " + imageA + " version: 10 2"},
-        {"10 2 c0000001", 9, 3, "ZN_GetImageVersion GetImgFileInfo(" + imageA + ") failed, error: 0xc0000001"},
+    const struct { const char* content; WORD major, minor; std::string line; } images[] = {
+        {"10 2 0", 10, 2, "ZN_GetImageVersion " + Narrow(image) + " version: 10 2"},
+        {"10 2 c0000001", 9, 3, "ZN_GetImageVersion GetImgFileInfo(" + Narrow(image) + ") failed, error: 0xc0000001"},
         {nullptr, 9, 3, "ZN_CreateInterface load " + Narrow(kBin) + "\\Qorlib.dll error: 126"},
     };
-    for (const ImageRow& r : images) {
+    for (const auto& r : images) {
         SCOPED_TRACE(r.line);
-        UnloadQorlibs();
+        Unload();
         if (r.content) wrtest::WriteFileBytes(image, r.content);
         else DeleteFileW((kBin + L"\\Qorlib.dll").c_str());
         wrtest::LogCapture log;
@@ -129,13 +101,12 @@ TEST(ProductEnvironment, ImageLibraryIsChosenByVersionAndReadsTheRecordThroughIt
         EXPECT_EQ(r.major, ZN_GetImageVersion(image.c_str(), &minor));
         EXPECT_EQ(r.minor, minor);
         EXPECT_EQ(wrtest::Tagged(r.line), log.Messages().back());
-        using Live = LONG(WINAPI*)();
         if (HMODULE q = GetModuleHandleW(L"Qorlib.dll")) {
-            EXPECT_EQ(0, reinterpret_cast<Live>(reinterpret_cast<void*>(GetProcAddress(q, "QOLiveObjects")))())
+            EXPECT_EQ(0, reinterpret_cast<LONG(WINAPI*)()>(reinterpret_cast<void*>(GetProcAddress(q, "QOLiveObjects")))())
                 << "the object is released whatever the outcome";
         }
     }
-    UnloadQorlibs();
+    Unload();
     for (const wchar_t* n : kQorlibs) DeleteFileW((kBin + L"\\" + n).c_str());
     DeleteFileW(image.c_str());
 }
@@ -144,14 +115,13 @@ TEST(ProductEnvironment, DriversPackIsLookedForBesideTheLibraryThenTheClientThen
     const std::wstring own = kBin + L"\\Bootres\\DriversPack", client = kAbove + L"\\Client\\Bootres\\DriversPack",
                        console = kAbove + L"\\Console\\Bootres\\DriversPack";
     const std::wstring roots[] = {kBin + L"\\Bootres", kAbove + L"\\Client", kAbove + L"\\Console"};
-    struct Row { std::vector<std::wstring> present; DWORD result; std::wstring path; std::string line; };
-    const Row rows[] = {
+    const struct { std::vector<std::wstring> present; DWORD result; std::wstring path; std::string line; } rows[] = {
         {{own, client}, 0, own, "get path: " + Narrow(own)},
         {{client, console}, 0, client, "get path: " + Narrow(client)},
         {{console}, 0, console, "get path: " + Narrow(console)},
         {{}, 2, console, "the Bootres folder can not found!"},
     };
-    for (const Row& r : rows) {
+    for (const auto& r : rows) {
         SCOPED_TRACE(r.line);
         for (const auto& dir : roots) wrtest::RemoveTree(dir);
         for (const auto& dir : r.present) wrtest::MakeDirs(dir);
@@ -161,7 +131,7 @@ TEST(ProductEnvironment, DriversPackIsLookedForBesideTheLibraryThenTheClientThen
         EXPECT_EQ(r.result, ZN_GetUniversalDriversPack(folder));
         EXPECT_EQ(Narrow(r.path), folder);
         EXPECT_EQ(r.result ? 'x' : '\0', folder[r.path.size() + 1]) << "a found path ends in two zeros";
-        EXPECT_EQ(Lines({"ZN_GetUniversalDriversPack " + r.line}), log.Messages());
+        EXPECT_EQ(Tagged({"ZN_GetUniversalDriversPack " + r.line}), log.Messages());
     }
     for (const auto& dir : roots) wrtest::RemoveTree(dir);
 }

@@ -7,20 +7,16 @@
 
 #include <cstring>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "Wrenkits.h"
 #include "support/import_hook.h"
-#include "support/log_capture.h"
-#include "support/wine_env.h"
 #include "sysinfo/sysinfo_test_support.h"
+
+using namespace sitest;
 
 namespace {
 
-using sitest::Lines;
-
-std::vector<std::string> g_calls;  // what the hooked calls were asked
+Lines g_calls;  // what the hooked calls were asked
 struct {
     void* real;
     int failVersion;  // GetVersionExW calls to fail with 5
@@ -29,7 +25,7 @@ struct {
 } g;
 
 BOOL WINAPI FakeVersion(LPOSVERSIONINFOW record) {
-    g_calls.push_back("GetVersionExW " + std::to_string(record->dwOSVersionInfoSize));
+    g_calls.push_back("GetVersionExW " + U(record->dwOSVersionInfoSize));
     if (g.failVersion-- > 0) return SetLastError(ERROR_ACCESS_DENIED), FALSE;
     return reinterpret_cast<decltype(&GetVersionExW)>(g.real)(record);
 }
@@ -37,10 +33,8 @@ FARPROC WINAPI FakeProcAddress(HMODULE module, LPCSTR name) {
     if (HIWORD(name) && strcmp(name, "GetProductInfo") == 0) return SetLastError(ERROR_PROC_NOT_FOUND), nullptr;
     return reinterpret_cast<decltype(&GetProcAddress)>(g.real)(module, name);
 }
-BOOL WINAPI FakeIoctl(HANDLE, DWORD code, LPVOID in, DWORD inBytes, LPVOID out, DWORD outBytes, LPDWORD done,
-                      LPOVERLAPPED) {
-    g_calls.push_back("ioctl " + std::to_string(code) + " in " + std::to_string(inBytes) + (in ? "+" : "") + " out " +
-                      std::to_string(outBytes));
+BOOL WINAPI FakeIoctl(HANDLE, DWORD code, LPVOID in, DWORD inBytes, LPVOID out, DWORD outBytes, LPDWORD done, LPOVERLAPPED) {
+    g_calls.push_back("ioctl " + U(code) + " in " + U(inBytes) + (in ? "+" : "") + " out " + U(outBytes));
     if (!g.partition) return SetLastError(ERROR_INVALID_FUNCTION), FALSE;
     std::memcpy(out, &*g.partition, sizeof *g.partition);
     *done = sizeof *g.partition;
@@ -53,25 +47,20 @@ struct Hook : wrtest::ImportHook {
 };
 
 TEST(SystemFacts, RunningSystemNameAndVersionAsWineReportsThemOrTheVersionCallsFail) {
-    struct Row { const char* hook; int failVersion; DWORD chars, result; std::wstring name;
-                 std::vector<std::string> calls, lines; };
-    const std::string both[] = {"GetVersionExW 284", "GetVersionExW 276"};
-    const Row rows[] = {
+    const Lines both = {"GetVersionExW 284", "GetVersionExW 276"};
+    const struct { const char* hook; int failVersion; DWORD chars, result; std::wstring name; Lines calls, log; } rows[] = {
         // Wine's edition 0x1C (Ultimate N) has no row: no edition text.
         {nullptr, 0, 100, 0, L"Microsoft Windows 7 , 64-bit Service Pack 1 (build 7601)", {}, {}},
         {nullptr, 0, 10, 0, L"Microsoft", {}, {}},
         // The plain record carries no product type: the system reads as a server.
-        {"GetVersionExW", 1, 100, 0, L"Microsoft Windows Server 2008 R2 , 64-bit Service Pack 1 (build 7601)",
-         {both[0], both[1]}, {}},
-        {"GetVersionExW", 2, 100, 50, L"", {both[0], both[1]}, {"ZN_GetOSVersion call GetVersionExW error: 5"}},
-        {"GetProcAddress", 0, 100, 126, L"Microsoft Windows 7 ", {},
-         {"ZN_GetOSVersion load GetProductInfo in kernel32.dll error: 127"}},
+        {"GetVersionExW", 1, 100, 0, L"Microsoft Windows Server 2008 R2 , 64-bit Service Pack 1 (build 7601)", both, {}},
+        {"GetVersionExW", 2, 100, 50, L"", both, {"ZN_GetOSVersion call GetVersionExW error: 5"}},
+        {"GetProcAddress", 0, 100, 126, L"Microsoft Windows 7 ", {}, {"ZN_GetOSVersion load GetProductInfo in kernel32.dll error: 127"}},
     };
-    for (const Row& r : rows) {
+    for (const auto& r : rows) {
         SCOPED_TRACE(testing::Message() << (r.hook ? r.hook : "no hook") << " failing " << r.failVersion);
         std::optional<Hook> hook;
-        if (r.hook) hook.emplace(r.hook, r.hook[3] == 'V' ? reinterpret_cast<void*>(FakeVersion)
-                                                           : reinterpret_cast<void*>(FakeProcAddress));
+        if (r.hook) hook.emplace(r.hook, r.hook[3] == 'V' ? reinterpret_cast<void*>(FakeVersion) : reinterpret_cast<void*>(FakeProcAddress));
         g.failVersion = r.failVersion;
         g_calls.clear();
         wrtest::LogCapture log;
@@ -79,7 +68,7 @@ TEST(SystemFacts, RunningSystemNameAndVersionAsWineReportsThemOrTheVersionCallsF
         EXPECT_EQ(r.result, ZN_GetOSVersion(name, r.chars));
         EXPECT_EQ(r.name, name);
         EXPECT_EQ(r.calls, g_calls);
-        EXPECT_EQ(Lines(r.lines), log.Messages());
+        EXPECT_EQ(Tagged(r.log), log.Messages());
     }
     DWORD major = 0, minor = 0;
     EXPECT_TRUE(ZN_IsUpVista());
@@ -89,45 +78,38 @@ TEST(SystemFacts, RunningSystemNameAndVersionAsWineReportsThemOrTheVersionCallsF
     g.failVersion = 2;
     wrtest::LogCapture log;
     EXPECT_FALSE(ZN_GetSystemVersion(&major, &minor));
-    EXPECT_EQ(Lines({"ZN_GetSystemVersion call GetVersionEx failed, error: 5"}), log.Messages());
+    EXPECT_EQ(Tagged({"ZN_GetSystemVersion call GetVersionEx failed, error: 5"}), log.Messages());
 }
 
 TEST(SystemFacts, BootPartitionIsTheActiveMbrOrTheEfiSystemPartitionAndFreeLettersStartAtC) {
-    PARTITION_INFORMATION_EX mbr = {}, gpt = {}, raw = {};
-    mbr.PartitionStyle = PARTITION_STYLE_MBR;
-    gpt.PartitionStyle = PARTITION_STYLE_GPT;
+    PARTITION_INFORMATION_EX mbr = {}, active = {}, esp = {}, data = {}, raw = {};
+    active.Mbr.BootIndicator = raw.Mbr.BootIndicator = TRUE;  // what a raw disk's union holds does not count
+    esp.PartitionStyle = data.PartitionStyle = PARTITION_STYLE_GPT;
     raw.PartitionStyle = PARTITION_STYLE_RAW;
-    PARTITION_INFORMATION_EX active = mbr, esp = gpt, data = gpt;
-    active.Mbr.BootIndicator = TRUE;
     esp.Gpt.PartitionType = {0xC12A7328, 0xF81F, 0x11D2, {0xBA, 0x4B, 0x00, 0xA0, 0xC9, 0x3E, 0xC9, 0x3B}};
     data.Gpt.PartitionType = {0xEBD0A0A2, 0xB9E5, 0x4433, {0x87, 0xC0, 0x68, 0xB6, 0xB7, 0x26, 0x99, 0xC7}};
-    raw.Mbr.BootIndicator = TRUE;  // what a raw disk's union holds does not count
-    const std::string ask = "ioctl " + std::to_string(IOCTL_DISK_GET_PARTITION_INFO_EX) + " in 0 out 144";
-    struct Row { const char* name; wchar_t letter; std::optional<PARTITION_INFORMATION_EX> info; BOOL boot;
-                 std::vector<std::string> calls, lines; };
-    const Row rows[] = {
-        {"MBR active", L'c', active, TRUE, {ask}, {}},
-        {"MBR inactive", L'C', mbr, FALSE, {ask}, {}},
-        {"GPT EFI system partition", L'c', esp, TRUE, {ask}, {}},
-        {"GPT basic data", L'c', data, FALSE, {ask}, {}},
-        {"raw", L'c', raw, FALSE, {ask}, {}},
-        {"request fails", L'c', {}, FALSE, {ask}, {"ZN_IsBootPartition get partition infoex of \\\\.\\c: error: 1"}},
+    const Lines ask = {"ioctl " + U(IOCTL_DISK_GET_PARTITION_INFO_EX) + " in 0 out 144"};
+    const struct { const char* name; wchar_t letter; std::optional<PARTITION_INFORMATION_EX> info; BOOL boot; Lines calls, log; } rows[] = {
+        {"MBR active", L'c', active, TRUE, ask, {}},
+        {"MBR inactive", L'C', mbr, FALSE, ask, {}},
+        {"GPT EFI system partition", L'c', esp, TRUE, ask, {}},
+        {"GPT basic data", L'c', data, FALSE, ask, {}},
+        {"raw", L'c', raw, FALSE, ask, {}},
+        {"request fails", L'c', {}, FALSE, ask, {"ZN_IsBootPartition get partition infoex of \\\\.\\c: error: 1"}},
         {"no such volume", L'q', {}, FALSE, {}, {"ZN_IsBootPartition open \\\\.\\q: error: 2"}},
     };
     Hook ioctl("DeviceIoControl", reinterpret_cast<void*>(FakeIoctl));
-    for (const Row& r : rows) {
+    for (const auto& r : rows) {
         SCOPED_TRACE(r.name);
         g.partition = r.info;
         g_calls.clear();
         wrtest::LogCapture log;
         EXPECT_EQ(r.boot, ZN_IsBootPartition(r.letter));
         EXPECT_EQ(r.calls, g_calls);
-        EXPECT_EQ(Lines(r.lines), log.Messages());
+        EXPECT_EQ(Tagged(r.log), log.Messages());
     }
-
     Hook drives("GetLogicalDrives", reinterpret_cast<void*>(FakeDrives));
-    const std::pair<DWORD, WCHAR> masks[] = {{0x0200000C, L'E'}, {0, L'C'}, {0x03FFFFFC, 0}, {0x01FFFFFF, L'Z'}};
-    for (auto [mask, letter] : masks) {
+    for (auto [mask, letter] : {std::pair<DWORD, WCHAR>{0x0200000C, L'E'}, {0, L'C'}, {0x03FFFFFC, 0}, {0x01FFFFFF, L'Z'}}) {
         g.drives = mask;
         EXPECT_EQ(letter, ZN_GetFreeDriveLetter()) << "mask 0x" << std::hex << mask;
     }
@@ -135,59 +117,47 @@ TEST(SystemFacts, BootPartitionIsTheActiveMbrOrTheEfiSystemPartitionAndFreeLette
 
 TEST(SystemFacts, NtdsFolderDotNetVersionsAndTheFirstSystemShadowCopyProvider) {
     const std::wstring ntds = L"SYSTEM\\CurrentControlSet\\Services\\NTDS";
-    struct Row { std::optional<std::wstring> value; DWORD result; std::wstring folder; std::string line; };
-    const Row rows[] = {
+    const struct { const wchar_t* value; DWORD result; std::wstring folder; std::string line; } rows[] = {
         {L"C:\\Windows\\NTDS\\", 0, L"C:\\Windows\\NTDS", "ZN_GetNtdsFolder return C:\\Windows\\NTDS"},
         {L"D:\\NTDS", 0, L"D:\\NTDS", "ZN_GetNtdsFolder return D:\\NTDS"},
         {L"", 87, L"", "ZN_GetNtdsFolder return "},
-        {{}, 2, L"", "ZN_GetNtdsFolder open ntds service key error: 2"},
+        {nullptr, 2, L"", "ZN_GetNtdsFolder open ntds service key error: 2"},
     };
-    for (const Row& r : rows) {
+    for (const auto& r : rows) {
         SCOPED_TRACE(r.line);
-        sitest::MachineKeys keys;
-        keys.Set(ntds, nullptr);  // made here, so removed whole
-        if (r.value) keys.Sz(ntds + L"\\Parameters", L"DSA Working Directory", *r.value);
+        MadeKeys keys{{ntds}};
+        if (r.value) Put(ntds + L"\\Parameters", L"DSA Working Directory", r.value);
         wrtest::LogCapture log;
         wchar_t folder[260] = L"";
         EXPECT_EQ(r.result, ZN_GetNtdsFolder(folder));
         EXPECT_EQ(r.folder, folder);
-        EXPECT_EQ(Lines({r.line}), log.Messages());
+        EXPECT_EQ(Tagged({r.line}), log.Messages());
     }
 
-    sitest::MachineKeys keys;
-    const std::wstring ndp = L"SOFTWARE\\Microsoft\\NET Framework Setup\\NDP\\";
-    keys.Set(L"SOFTWARE\\Microsoft\\NET Framework Setup", nullptr);
-    keys.Set(ndp + L"v2.0.50727", nullptr);
-    keys.Set(ndp + L"v4.0", nullptr);
+    const std::wstring ndp = L"SOFTWARE\\Microsoft\\NET Framework Setup\\NDP\\", vss = L"SYSTEM\\CurrentControlSet\\services\\VSS\\Providers";
+    MadeKeys keys{{L"SOFTWARE\\Microsoft\\NET Framework Setup", L"SYSTEM\\CurrentControlSet\\services\\VSS"}};
+    for (const wchar_t* version : {L"v2.0.50727", L"v4.0"}) Put(ndp + version, nullptr, L"");
     wrtest::LogCapture log;
     EXPECT_TRUE(ZN_TestDotNetFramework(2, 5)) << "2.x is always v2.0.50727";
     EXPECT_TRUE(ZN_TestDotNetFramework(4, 0));
     SetLastError(1234);
     EXPECT_FALSE(ZN_TestDotNetFramework(3, 5));
-    EXPECT_EQ(Lines({"ZN_TestDotNetFramework open key \"" + wrtest::Narrow(ndp) + "v3.5\" error: 1234"}),
-              log.Messages()) << "the thread's last error, not the open's code";
+    EXPECT_EQ(Tagged({"ZN_TestDotNetFramework open key \"" + wrtest::Narrow(ndp) + "v3.5\" error: 1234"}), log.Messages())
+        << "the thread's last error, not the open's code";
 
-    const std::wstring vss = L"SYSTEM\\CurrentControlSet\\services\\VSS\\Providers";
-    const DWORD two = 2, one = 1;
-    const wchar_t *first = L"{b5946137-7b9f-4925-af80-51abd60b20d5}", *second = L"{c5946137-7b9f-4925-af80-51abd60b20d5}";
-    keys.Set(L"SYSTEM\\CurrentControlSet\\services\\VSS", nullptr);
-    keys.Set(vss + L"\\{a0000000-0000-0000-0000-000000000000}", L"Type", REG_DWORD, &two, 4);
-    keys.Set(vss + L"\\" + first, L"Type", REG_DWORD, &one, 4);
-    keys.Set(vss + L"\\" + second, L"Type", REG_DWORD, &one, 4);
-    keys.Set(vss + L"\\{a1000000-0000-0000-0000-000000000000}", L"Other", REG_DWORD, &one, 4);
+    const std::string first = "{b5946137-7b9f-4925-af80-51abd60b20d5}", p = wrtest::Narrow(vss), a1 = "{a1000000-0000-0000-0000-000000000000}";
+    Put(vss + L"\\{a0000000-0000-0000-0000-000000000000}", L"Type", 2);
+    Put(vss + L"\\" + wrtest::Widen(first), L"Type", 1);
+    Put(vss + L"\\{c5946137-7b9f-4925-af80-51abd60b20d5}", L"Type", 1);
+    Put(vss + L"\\" + wrtest::Widen(a1), L"Other", 1);
     wrtest::LogCapture vssLog;
     GUID guid;
-    const GUID expected = {0xb5946137, 0x7b9f, 0x4925, {0xaf, 0x80, 0x51, 0xab, 0xd6, 0x0b, 0x20, 0xd5}};
     std::memset(&guid, 0xBD, sizeof guid);
     EXPECT_EQ(&guid, ZN_GetVssSystemProvider(&guid));
-    EXPECT_TRUE(IsEqualGUID(expected, guid));
-    const std::string f = wrtest::Narrow(first), p = wrtest::Narrow(vss);
-    EXPECT_EQ(Lines({"ZN_GetVssSystemProvider provider {a0000000-0000-0000-0000-000000000000} type: 2",
-                     "ZN_GetVssSystemProvider provider {a1000000-0000-0000-0000-000000000000} type: 0",
-                     "ZN_GetVssSystemProvider get Type of {a1000000-0000-0000-0000-000000000000} under " + p +
-                         " error: 2",
-                     "ZN_GetVssSystemProvider provider " + f + " type: 1",
-                     "ZN_GetVssSystemProvider use the system provider: " + f}),
+    EXPECT_TRUE(IsEqualGUID(GUID{0xb5946137, 0x7b9f, 0x4925, {0xaf, 0x80, 0x51, 0xab, 0xd6, 0x0b, 0x20, 0xd5}}, guid));
+    const std::string v = "ZN_GetVssSystemProvider ";
+    EXPECT_EQ(Tagged({v + "provider {a0000000-0000-0000-0000-000000000000} type: 2", v + "provider " + a1 + " type: 0",
+                      v + "get Type of " + a1 + " under " + p + " error: 2", v + "provider " + first + " type: 1", v + "use the system provider: " + first}),
               vssLog.Messages());
 }
 

@@ -8,47 +8,31 @@
 namespace {
 
 LONG g_live = 0;
-
-struct ImageObject;
-using Slot = void*;
-
-ULONG WINAPI Release(ImageObject* self);
-DWORD WINAPI GetImgFileInfo(ImageObject* self, LPCWSTR path, BYTE* record);
-DWORD WINAPI Unused(ImageObject*) { return 0x80004001; }
-
 struct ImageObject {
-    const Slot* table;
+    void* const* table;
 };
-
-const Slot kTable[13] = {reinterpret_cast<Slot>(Release), reinterpret_cast<Slot>(Unused),
-                         reinterpret_cast<Slot>(Unused), reinterpret_cast<Slot>(Unused),
-                         reinterpret_cast<Slot>(Unused), reinterpret_cast<Slot>(Unused),
-                         reinterpret_cast<Slot>(Unused), reinterpret_cast<Slot>(Unused),
-                         reinterpret_cast<Slot>(Unused), reinterpret_cast<Slot>(Unused),
-                         reinterpret_cast<Slot>(Unused), reinterpret_cast<Slot>(Unused),
-                         reinterpret_cast<Slot>(GetImgFileInfo)};
 
 ULONG WINAPI Release(ImageObject* self) {
     delete self;
     return static_cast<ULONG>(InterlockedDecrement(&g_live));
 }
-
+DWORD WINAPI Unused(ImageObject*) { return 0x80004001; }
 DWORD WINAPI GetImgFileInfo(ImageObject*, LPCWSTR path, BYTE* record) {
     DWORD size;
     memcpy(&size, record, 4);
-    if (size != 3092) return 0xBAD0001;
     for (int i = 4; i < 3092; ++i)
-        if (record[i]) return 0xBAD0002;
+        if (size != 3092 || record[i]) return 0xBAD0001;
+    unsigned major = 0, minor = 0, status = 0;
     FILE* f = _wfopen(path, L"r");
-    if (!f) return 0xBAD0003;
-    unsigned major = 0, minor = 0, status = 0xBAD0004;
-    const int read = fscanf(f, "%u %u %x", &major, &minor, &status);
-    fclose(f);
-    if (read != 3) return 0xBAD0004;
+    const int read = f ? fscanf(f, "%u %u %x", &major, &minor, &status) : 0;
+    if (f) fclose(f);
+    if (read != 3) return 0xBAD0003;
     const WORD versions[2] = {static_cast<WORD>(major), static_cast<WORD>(minor)};
     memcpy(record + 4, versions, sizeof versions);
     return status;
 }
+void* const kTable[13] = {(void*)Release, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused,
+                          (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)GetImgFileInfo};
 
 }  // namespace
 
