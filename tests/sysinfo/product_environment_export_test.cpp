@@ -101,10 +101,10 @@ TEST(ProductEnvironment, ImageLibraryIsChosenByVersionAndReadsTheRecordThroughIt
         EXPECT_EQ(r.major, ZN_GetImageVersion(image.c_str(), &minor));
         EXPECT_EQ(r.minor, minor);
         EXPECT_EQ(wrtest::Tagged(r.line), log.Messages().back());
-        if (HMODULE q = GetModuleHandleW(L"Qorlib.dll")) {
-            EXPECT_EQ(0, reinterpret_cast<LONG(WINAPI*)()>(reinterpret_cast<void*>(GetProcAddress(q, "QOLiveObjects")))())
-                << "the object is released whatever the outcome";
-        }
+        const HMODULE q = GetModuleHandleW(L"Qorlib.dll");
+        ASSERT_EQ(r.content != nullptr, q != nullptr) << "the newest library reads every image";
+        const auto live = q ? reinterpret_cast<LONG(WINAPI*)()>(reinterpret_cast<void*>(GetProcAddress(q, "QOLiveObjects"))) : nullptr;
+        EXPECT_EQ(0, live ? live() : 0) << "the object is released whatever the outcome";
     }
     Unload();
     for (const wchar_t* n : kQorlibs) DeleteFileW((kBin + L"\\" + n).c_str());
