@@ -49,9 +49,7 @@ TEST(InstalledSystem, OfflineInstallationsAreReadFromTheirHiveAndAlwaysUnmounted
         {"key without CurrentVersion: failed, still unmounted", L'S', Software("", false, false), true, false, "2 - - - |", "0 0 0 0", "0 - - ", FALSE, all,
          {"ZN_GetOsVersionEx get CurrentVersion error: 2", "ZN_GetSystemInfoFromPartition get CurrentVersion in registry error: 2", "ZN_GetSystemInfo get CurrentVersion from ZNRegKey\\Microsoft\\Windows NT\\CurrentVersion error: 2"}},
         {"hive that will not load", L'S', "junk", true, false, "1017 - - - |", "0 0 0 0", "0 - - ", FALSE, {},
-         {"ZN_GetOsVersionEx load S:\\Windows\\System32\\Config\\SOFTWARE error: 1017", libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017",
-          "ZN_GetSystemInfoFromPartition load S error: 1017", libLoad + "Windows\\System32\\Config\\SOFTWARE to ZNRegKey error: 1017",
-          libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017", "ZN_IsSystemPartition load S:\\WINDOWS\\system32\\config\\SOFTWARE error: 1017"}},
+         {"ZN_GetOsVersionEx load S:\\Windows\\System32\\Config\\SOFTWARE error: 1017", libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017", "ZN_GetSystemInfoFromPartition load S error: 1017", libLoad + "Windows\\System32\\Config\\SOFTWARE to ZNRegKey error: 1017", libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017", "ZN_IsSystemPartition load S:\\WINDOWS\\system32\\config\\SOFTWARE error: 1017"}},
         // Wine records no "PathName": the outputs read before it keep their values.
         {"the running system in lower case: nothing mounted", L'c', {}, true, true, "2 6 1 1 Microsoft Windows 7|", "1 6 1 1", "0 6 1 ", TRUE, {},
          {"ZN_GetOsVersionEx get PathName error: 2", "ZN_GetSystemInfo get PathName from SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion error: 2"}},
