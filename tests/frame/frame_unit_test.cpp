@@ -82,6 +82,7 @@ TEST(LogFile, MissingFileIsNeverCreatedAndTheDebuggerStillHearsIt) {
     LogA("%s only to the debugger: %d", "ZN_Test", 5);
     RemoveVectoredExceptionHandler(handler);
     EXPECT_FALSE(wrenkits::LogIsOpen());
+    wrenkits::CloseLog();
     EXPECT_FALSE(wrtest::FileExists(kPath));
     EXPECT_EQ(std::vector<std::string>{"[Wrenkit] ZN_Test only to the debugger: 5"}, g_debugger);
 }

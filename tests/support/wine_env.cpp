@@ -18,18 +18,14 @@ std::wstring SystemDir() {
 }
 
 std::string Narrow(const std::wstring& w, UINT codePage) {
-    if (w.empty()) return {};
-    int n = WideCharToMultiByte(codePage, 0, w.c_str(), static_cast<int>(w.size()), nullptr, 0, nullptr, nullptr);
-    std::string s(n, '\0');
-    WideCharToMultiByte(codePage, 0, w.c_str(), static_cast<int>(w.size()), s.data(), n, nullptr, nullptr);
+    std::string s(w.size() * 4, '\0');
+    s.resize(WideCharToMultiByte(codePage, 0, w.c_str(), int(w.size()), s.data(), int(s.size()), nullptr, nullptr));
     return s;
 }
 
 std::wstring Widen(const std::string& s, UINT codePage) {
-    if (s.empty()) return {};
-    int n = MultiByteToWideChar(codePage, 0, s.c_str(), static_cast<int>(s.size()), nullptr, 0);
-    std::wstring w(n, L'\0');
-    MultiByteToWideChar(codePage, 0, s.c_str(), static_cast<int>(s.size()), w.data(), n);
+    std::wstring w(s.size(), L'\0');
+    w.resize(MultiByteToWideChar(codePage, 0, s.c_str(), int(s.size()), w.data(), int(w.size())));
     return w;
 }
 
