@@ -38,6 +38,7 @@ Events Delete(const std::string& a, const std::string& b = "") {
 }
 const Events kFallback = {"/set {bootmgr} device partition=S:", "/set {default} device partition=W:",
                           "/set {default} osdevice partition=W:"};
+const Events kFallback0To1 = {kFallback[0], kFallback[1]};
 const Events kMissing = {"ZN_RepairBcdEntry find " + kUefiS + " error: 3"};
 
 enum class Store { Missing, Junk, NoDisplayOrder, DisplayOrder };  // what lies at the store path
@@ -48,11 +49,11 @@ struct RepairCase {
     Events order = {};                                     // the display order, when the store holds one
     std::vector<std::pair<std::string, int>> rules = {};  // the editor's exit code by command
     DWORD result = 0;
+    bool unloadFails = false;  // the hive unload reports a failure
     Events events = {};
     WCHAR boot = L'S', system = L'W';
     DWORD uefi = 1;
     std::optional<int> generator = {};  // its exit code, when it is run
-    bool unloadFails = false;
 };
 
 // Unloads, and then claims it could not.
@@ -113,6 +114,8 @@ void Check(const RepairCase& c) {
 
 TEST(RepairBcdEntry, MainPathFallbackAndRefusals) {
     const std::string longId = "{" + std::string(228, 'e') + "}", orderKey = " ZNRegKey\\" + kOrderKey;
+    const Events kInvalid = {"ZN_RepairBcdEntry system partition is invalid"};
+    const Events kCurrent = {"/set {current} device partition=W:"};
     const RepairCase cases[] = {
         {.name = "full UEFI repair", .order = {kA, kB, kC}, .events = Manager() + Listed(kA) + Delete(kB, kC)},
         {.name = "full BIOS repair, lower-case letters", .order = {kA, kB, kC},
@@ -123,16 +126,14 @@ TEST(RepairBcdEntry, MainPathFallbackAndRefusals) {
          .events = Manager() + Listed(kA) + Delete(kB, kC)},
         {.name = "failing path commands are ignored", .order = {kA, kB}, .rules = {{" path \\", 3}},
          .events = Manager() + Listed(kA) + Delete(kB)},
-        {.name = "a failed unload goes on", .order = {kA, kB},
-         .events = Manager() + Events{"ZN_UnLoadRegistry unload ZNRegKey error: 170"} + Listed(kA) + Delete(kB),
-         .unloadFails = true},
+        {.name = "a failed unload goes on", .order = {kA, kB}, .unloadFails = true,
+         .events = Manager() + Events{"ZN_UnLoadRegistry unload ZNRegKey error: 170"} + Listed(kA) + Delete(kB)},
         // No boot letter: fresh boot files on the system partition, whose store is used.
         {.name = "generator makes the store", .order = {kA, kB}, .events = Manager(true, 'W') + Listed(kA) + Delete(kB),
          .boot = 0, .system = L'w', .generator = 0},
         {.name = "generator fails", .store = Store::Missing, .result = 3, .boot = L'2', .system = L'w', .generator = 3},
         {.name = "identifier too long for a command", .order = {longId},
-         .events = Manager() + Events{"ZN_RepairBcdEntry refused: argument text is longer than 259 characters"} +
-                   kFallback},
+         .events = Manager() + Events{"ZN_RepairBcdEntry refused: argument text is longer than 259 characters"} + kFallback},
         {.name = "store missing", .store = Store::Missing, .events = kMissing + kFallback},
         {.name = "boot manager device fails twice", .order = {kA}, .rules = {{"{bootmgr} device", 1}}, .result = 1,
          .events = {Manager()[0], Manager()[0]}},
@@ -150,19 +151,13 @@ TEST(RepairBcdEntry, MainPathFallbackAndRefusals) {
          .events = Manager() + Listed(kA) + kFallback},
         {.name = "fallback: {default} osdevice decides", .store = Store::Missing, .rules = {{"{default} osdevice", 9}},
          .result = 9, .events = kMissing + kFallback},
-        {.name = "fallback: {current} when {default} fails", .store = Store::Missing,
-         .rules = {{"{default} device", 1}},
-         .events = kMissing + Events{kFallback[0], kFallback[1], "/set {current} device partition=W:",
-                                     "/set {current} osdevice partition=W:"}},
+        {.name = "fallback: {current} when {default} fails", .store = Store::Missing, .rules = {{"{default} device", 1}},
+         .events = kMissing + kFallback0To1 + kCurrent + Events{"/set {current} osdevice partition=W:"}},
         {.name = "fallback: {current} fails too", .store = Store::Missing,
-         .rules = {{"{default} device", 1}, {"{current} device", 7}}, .result = 7,
-         .events = kMissing + Events{kFallback[0], kFallback[1], "/set {current} device partition=W:"}},
-        {.name = "system letter 0", .store = Store::Missing, .result = 87,
-         .events = {"ZN_RepairBcdEntry system partition is invalid"}, .system = 0},
-        {.name = "system letter 1", .store = Store::Missing, .result = 87,
-         .events = {"ZN_RepairBcdEntry system partition is invalid"}, .system = L'1'},
-        {.name = "system letter beyond a byte", .store = Store::Missing, .result = 87,
-         .events = {"ZN_RepairBcdEntry system partition is invalid"}, .system = WCHAR(0x100 + L'W')},
+         .rules = {{"{default} device", 1}, {"{current} device", 7}}, .result = 7, .events = kMissing + kFallback0To1 + kCurrent},
+        {.name = "system letter 0", .store = Store::Missing, .result = 87, .events = kInvalid, .system = 0},
+        {.name = "system letter 1", .store = Store::Missing, .result = 87, .events = kInvalid, .system = L'1'},
+        {.name = "system letter beyond a byte", .store = Store::Missing, .result = 87, .events = kInvalid, .system = 0x157},
     };
     for (const RepairCase& c : cases) Check(c);
 }
@@ -222,10 +217,26 @@ struct EditorCase {
     std::vector<std::pair<std::string, std::string>> rules = {};  // the editor's exit code by command
     DWORD result = 0;
     Lines arguments = {}, log = {};
+    std::vector<std::wstring> missing = {};  // editor candidates that seem missing
+    std::wstring placed = {};                // where a double of the editor lies instead
 };
+
+std::vector<std::wstring> g_missing;
+DWORD WINAPI GetFileAttributesMissing(LPCWSTR path) {
+    for (const auto& missing : g_missing)
+        if (_wcsicmp(missing.c_str(), path) == 0) return SetLastError(ERROR_FILE_NOT_FOUND), INVALID_FILE_ATTRIBUTES;
+    return GetFileAttributesW(path);
+}
 
 void Check(const EditorCase& c, const std::function<DWORD()>& call) {
     SCOPED_TRACE(c.name);
+    std::optional<boottest::PlacedDouble> placed;
+    std::optional<wrtest::ImportHook> hook;
+    if (!c.missing.empty()) {
+        g_missing = c.missing;
+        placed.emplace(c.placed);
+        hook.emplace("KERNEL32.dll", "GetFileAttributesW", (void*)GetFileAttributesMissing);
+    }
     wrtest::ToolDouble tools;
     for (const auto& [pattern, code] : c.rules) tools.OnCommand("bcdedit", pattern, code);
     wrtest::LogCapture log;
@@ -318,8 +329,11 @@ TEST(AddEfiEntry, CopiesThroughTheInterpreterAndPlacesTheCopy) {
     wrtest::RemoveTree(kInterpreterFolder);
 }
 
-TEST(RemoveBcdEntry, DeletesTheEntryOrRefusesTheIdentifier) {
-    const std::wstring guid = wrtest::Widen(kGuid);
+TEST(RemoveBcdEntry, DeletesTheEntryOrRefusesTheIdentifierWithTheEditorFoundFirst) {
+    const std::wstring guid = wrtest::Widen(kGuid), system32 = wrtest::SystemDir() + L"\\bcdedit.exe";
+    const std::wstring wow64 = system32.substr(0, 1) + L":\\Windows\\SysWOW64\\bcdedit.exe", beside = wrtest::ExeDir() + L"\\bcdedit.exe";
+    const auto find = [](const std::wstring& path) { return "GetBcdexePath find " + wrtest::Narrow(path) + " error: 2"; };
+    const auto use = [](const std::wstring& path) { return "GetBcdexePath use " + wrtest::Narrow(path); };
     const std::wstring fits = L"{" + std::wstring(249, L'f') + L"}", cut = L"{" + std::wstring(250, L'f') + L"}";
     const std::string del = "/delete " + kGuid, delFits = "/delete " + wrtest::Narrow(fits);
     const std::string empty = "ZN_RemoveBcdEntry refused: entry id is missing or not valid";
@@ -333,39 +347,13 @@ TEST(RemoveBcdEntry, DeletesTheEntryOrRefusesTheIdentifier) {
          .log = {UseEditor(), ok(delFits)}},
         {.name = "identifier that would be cut", .id = cut.c_str(), .result = 206,
          .log = {"ZN_RemoveBcdEntry refused: argument text is longer than 259 characters"}},
+        {.name = "editor in SysWOW64", .id = guid.c_str(), .arguments = {del}, .log = {find(system32), use(wow64), ok(del)},
+         .missing = {system32}, .placed = wow64},
+        // The last candidate is taken without a look: the hook would refuse it too.
+        {.name = "editor beside the library", .id = guid.c_str(), .arguments = {del},
+         .log = {find(system32), find(wow64), use(beside), ok(del)}, .missing = {system32, wow64, beside}, .placed = beside},
     };
     for (const EditorCase& c : cases) Check(c, [&] { return ZN_RemoveBcdEntry(c.id); });
-}
-
-std::vector<std::wstring> g_missing;
-DWORD WINAPI GetFileAttributesMissing(LPCWSTR path) {
-    for (const auto& missing : g_missing)
-        if (_wcsicmp(missing.c_str(), path) == 0) return SetLastError(ERROR_FILE_NOT_FOUND), INVALID_FILE_ATTRIBUTES;
-    return GetFileAttributesW(path);
-}
-
-TEST(GetBcdexePath, PrefersTheSystemFolderThenSysWow64ThenTheLibrarysFolder) {
-    const std::wstring system32 = wrtest::SystemDir() + L"\\bcdedit.exe", beside = wrtest::ExeDir() + L"\\bcdedit.exe";
-    const std::wstring wow64 = wrtest::SystemDir().substr(0, 1) + L":\\Windows\\SysWOW64\\bcdedit.exe";
-    // The last candidate is taken without a look: the hook would refuse it too.
-    const struct { const char* name; std::vector<std::wstring> missing; std::wstring chosen; } cases[] = {
-        {"SysWOW64", {system32}, wow64}, {"library's folder", {system32, wow64, beside}, beside}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        boottest::PlacedDouble placed(c.chosen);
-        g_missing = c.missing;
-        wrtest::ImportHook hook("KERNEL32.dll", "GetFileAttributesW", (void*)GetFileAttributesMissing);
-        wrtest::ToolDouble tools;
-        wrtest::LogCapture log;
-        EXPECT_EQ(0u, ZN_RemoveBcdEntry(L"{b}"));
-        EXPECT_EQ(Lines{wrtest::Narrow(c.chosen) + " /delete {b}"}, tools.Commands("bcdedit"));
-        Lines expected;
-        for (const auto& path : c.missing)
-            if (path != c.chosen) expected.push_back("GetBcdexePath find " + wrtest::Narrow(path) + " error: 2");
-        expected.push_back("GetBcdexePath use " + wrtest::Narrow(c.chosen));
-        expected.push_back("ZN_RemoveBcdEntry --> bcdedit /delete {b} successfully");
-        boottest::ExpectLog(log, expected);
-    }
 }
 
 }  // namespace
