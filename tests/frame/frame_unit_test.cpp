@@ -75,19 +75,8 @@ LONG CALLBACK CatchDebugPrint(EXCEPTION_POINTERS* ep) {
                : EXCEPTION_CONTINUE_SEARCH;
 }
 
-TEST(LogFile, MissingFileIsNeverCreatedAndTheDebuggerStillHearsIt) {
-    DeleteFileW(kPath.c_str());
-    wrenkits::OpenLogFile(wrtest::Narrow(kPath).c_str());
+TEST(LogFile, LinesSizeLimitAndCutsAndTheDebuggerHearsThem) {
     PVOID handler = AddVectoredExceptionHandler(1, CatchDebugPrint);
-    LogA("%s only to the debugger: %d", "ZN_Test", 5);
-    RemoveVectoredExceptionHandler(handler);
-    EXPECT_FALSE(wrenkits::LogIsOpen());
-    wrenkits::CloseLog();
-    EXPECT_FALSE(wrtest::FileExists(kPath));
-    EXPECT_EQ(std::vector<std::string>{"[Wrenkit] ZN_Test only to the debugger: 5"}, g_debugger);
-}
-
-TEST(LogFile, LinesSizeLimitAndCuts) {
     SYSTEMTIME now;
     GetLocalTime(&now);
     char today[16];
@@ -117,7 +106,9 @@ TEST(LogFile, LinesSizeLimitAndCuts) {
         const std::string after = std::regex_replace(wrtest::ReadFileBytes(kPath), stamp, "[T]");
         EXPECT_TRUE(after == c.after) << after.size() << ": " << after.substr(0, 80);
     }
+    RemoveVectoredExceptionHandler(handler);
     DeleteFileW(kPath.c_str());
+    EXPECT_EQ("[Wrenkit] ZN_Test open C:\\x error: 5", g_debugger.at(0));  // the debugger hears it too
 }
 
 TEST(ReadToPrompt, StopsAtEachPromptWithinTheBuffer) {
@@ -162,23 +153,6 @@ TEST(Session, TalksToAToolAndEndsItWhetherItLeavesOrNot) {
         }
         EXPECT_EQ((std::vector<std::string>{"list disk", "exit"}), tools.Lines("diskpart"));
     }
-}
-
-TEST(WriteCmd, CommandThatCannotBeWrittenIsAWriteFault) {
-    const std::wstring path = wrtest::ExeDir() + L"\\writecmd-unit.log";
-    wrtest::WriteFileBytes(path, "");
-    wrenkits::OpenLogFile(wrtest::Narrow(path).c_str());
-    wrtest::LogCapture log(path);
-    HANDLE read = nullptr, write = nullptr;
-    ASSERT_TRUE(CreatePipe(&read, &write, nullptr, 0));
-    CloseHandle(read);  // nobody listens any more
-    char answer[16];
-    EXPECT_EQ(DWORD(ERROR_WRITE_FAULT), WriteCmd(write, "list\r\n", nullptr, answer, sizeof answer));
-    CloseHandle(write);
-    wrenkits::CloseLog();
-    // The command keeps its own line end inside the message.
-    EXPECT_EQ((std::vector<std::string>{"[Wrenkit] WriteCmd write list", " to pipe error: 232"}), log.Messages());
-    DeleteFileW(path.c_str());
 }
 
 }  // namespace
