@@ -25,8 +25,8 @@ const std::string kOrderKey = "Objects\\{9dea862c-5cdd-4e70-acc1-f32b344d4795}\\
 // Events: in order, the editor's arguments after "/store <store> " (they start with "/")
 // and the other lines logged between its runs.
 Events Manager(bool uefi = true, char boot = 'S') {
-    return {std::string("/set {bootmgr} device partition=") + boot + ":",
-            std::string("/set {bootmgr} path ") + (uefi ? "\\EFI\\Microsoft\\Boot\\bootmgfw.efi" : "\\Boot\\bootmgr.exe")};
+    const std::string path = uefi ? "\\EFI\\Microsoft\\Boot\\bootmgfw.efi" : "\\Boot\\bootmgr.exe";
+    return {std::string("/set {bootmgr} device partition=") + boot + ":", "/set {bootmgr} path " + path};
 }
 Events Listed(const std::string& id, bool uefi = true) {
     return {"/default " + id, "/set " + id + " device partition=W:",
@@ -94,8 +94,9 @@ void Check(const RepairCase& c) {
         }
         arguments.push_back("/store " + store + " " + e);
         // The editor answers by the first rule the command line contains, as the double does.
-        const auto rule = std::find_if(c.rules.begin(), c.rules.end(),
-                                       [&](const auto& r) { return arguments.back().find(r.first) != std::string::npos; });
+        const auto rule = std::find_if(c.rules.begin(), c.rules.end(), [&](const auto& r) {
+            return arguments.back().find(r.first) != std::string::npos;
+        });
         const int code = rule == c.rules.end() ? 0 : rule->second;
         expected.push_back(code ? boottest::Failed(boottest::Editor() + " " + arguments.back(), code)
                                 : "ZN_RepairBcdEntry " + arguments.back() + " successfully");
@@ -133,7 +134,8 @@ TEST(RepairBcdEntry, MainPathFallbackAndRefusals) {
          .boot = 0, .system = L'w', .generator = 0},
         {.name = "generator fails", .store = Store::Missing, .result = 3, .boot = L'2', .system = L'w', .generator = 3},
         {.name = "identifier too long for a command", .order = {longId},
-         .events = Manager() + Events{"ZN_RepairBcdEntry refused: argument text is longer than 259 characters"} + kFallback},
+         .events = Manager() + Events{"ZN_RepairBcdEntry refused: argument text is longer than 259 characters"} +
+                   kFallback},
         {.name = "store missing", .store = Store::Missing, .events = kMissing + kFallback},
         {.name = "boot manager device fails twice", .order = {kA}, .rules = {{"{bootmgr} device", 1}}, .result = 1,
          .events = {Manager()[0], Manager()[0]}},
@@ -154,7 +156,8 @@ TEST(RepairBcdEntry, MainPathFallbackAndRefusals) {
         {.name = "fallback: {current} when {default} fails", .store = Store::Missing, .rules = {{"{default} device", 1}},
          .events = kMissing + kFallback0To1 + kCurrent + Events{"/set {current} osdevice partition=W:"}},
         {.name = "fallback: {current} fails too", .store = Store::Missing,
-         .rules = {{"{default} device", 1}, {"{current} device", 7}}, .result = 7, .events = kMissing + kFallback0To1 + kCurrent},
+         .rules = {{"{default} device", 1}, {"{current} device", 7}}, .result = 7,
+         .events = kMissing + kFallback0To1 + kCurrent},
         {.name = "system letter 0", .store = Store::Missing, .result = 87, .events = kInvalid, .system = 0},
         {.name = "system letter 1", .store = Store::Missing, .result = 87, .events = kInvalid, .system = L'1'},
         {.name = "system letter beyond a byte", .store = Store::Missing, .result = 87, .events = kInvalid, .system = 0x157},
@@ -207,7 +210,9 @@ TEST(GenerateBootFiles, PrefersTheGeneratorBesideTheHostThenTheSystemsOne) {
 }
 
 const std::string kGuid = "{6a7e3c1d-4b2f-11ee-be56-0242ac120002}";
-std::string EditorFailed(const std::string& arguments, int code) { return boottest::Failed(Editor() + " " + arguments, code); }
+std::string EditorFailed(const std::string& arguments, int code) {
+    return boottest::Failed(Editor() + " " + arguments, code);
+}
 
 // One call of an export that runs the editor directly.
 struct EditorCase {
@@ -257,7 +262,8 @@ TEST(SetEfiEntry, RunsTheEditorCommandsInOrder) {
          .log = {UseEditor(), ok(store), EditorFailed(device, 5)}},
         // The "successfully" line stands for the failed listing.
         {.name = "listing fails", .rules = {{" /", "0"}, {"", "1"}}, .arguments = {"", store, device, first},
-         .log = {UseEditor(), boottest::Failed(Editor(), 1), "ZN_SetEfiEntry --> run " + Editor() + " successfully", ok(store), ok(device)}},
+         .log = {UseEditor(), boottest::Failed(Editor(), 1), "ZN_SetEfiEntry --> run " + Editor() + " successfully",
+                 ok(store), ok(device)}},
         {.name = "store switch, copy and order failures do not count", .copy = 1,
          .rules = {{"/sysstore", "2"}, {"/copy", "3"}, {"displayorder", "4"}},
          .arguments = {"", store, copy, device, first},
@@ -282,11 +288,14 @@ TEST(AddEfiEntry, CopiesThroughTheInterpreterAndPlacesTheCopy) {
     // "{bootmgr}" has to be skipped: the identifier is looked for behind the command's length.
     const std::string copy = "bcdedit /copy {bootmgr} /d \"Windows Boot Manager\"", echo = copy + "\r\n";
     const std::string copied = echo + "The entry was successfully copied to " + kGuid + ".\r\n";
-    const auto place = [&](const std::string& id) { return "bcdedit /set " + id + " device partition=\\Device\\HarddiskVolume7"; };
+    const auto place = [](const std::string& id) {
+        return "bcdedit /set " + id + " device partition=\\Device\\HarddiskVolume7";
+    };
     const std::string newGuid = "CopyBootMgr new guid: " + kGuid, poison(MAX_PATH - 1, 'p');
     const std::string id259 = "{" + std::string(257, 'a') + "}", id260 = "{" + std::string(258, 'a') + "}";
     // id: the caller's buffer afterwards; logged: lines among the session's own.
-    const struct { const char* name; std::string answer; DWORD result; bool buffer; std::string id; Lines commands, logged;
+    const struct { const char* name; std::string answer; DWORD result; bool buffer; std::string id;
+                   Lines commands, logged;
                    bool writeFails = false, longBanner = false; } cases[] = {
         {"identifier into the caller's buffer", copied, 0, true, kGuid, {copy, place(kGuid)}, {newGuid}},
         {"no caller buffer", copied, 0, false, poison, {copy, place(kGuid)}, {newGuid}},
@@ -331,8 +340,9 @@ TEST(AddEfiEntry, CopiesThroughTheInterpreterAndPlacesTheCopy) {
 
 TEST(RemoveBcdEntry, DeletesTheEntryOrRefusesTheIdentifierWithTheEditorFoundFirst) {
     const std::wstring guid = wrtest::Widen(kGuid), system32 = wrtest::SystemDir() + L"\\bcdedit.exe";
-    const std::wstring wow64 = system32.substr(0, 1) + L":\\Windows\\SysWOW64\\bcdedit.exe", beside = wrtest::ExeDir() + L"\\bcdedit.exe";
-    const auto find = [](const std::wstring& path) { return "GetBcdexePath find " + wrtest::Narrow(path) + " error: 2"; };
+    const std::wstring wow64 = system32.substr(0, 1) + L":\\Windows\\SysWOW64\\bcdedit.exe";
+    const std::wstring beside = wrtest::ExeDir() + L"\\bcdedit.exe";
+    const auto find = [](const std::wstring& at) { return "GetBcdexePath find " + wrtest::Narrow(at) + " error: 2"; };
     const auto use = [](const std::wstring& path) { return "GetBcdexePath use " + wrtest::Narrow(path); };
     const std::wstring fits = L"{" + std::wstring(249, L'f') + L"}", cut = L"{" + std::wstring(250, L'f') + L"}";
     const std::string del = "/delete " + kGuid, delFits = "/delete " + wrtest::Narrow(fits);
@@ -347,11 +357,12 @@ TEST(RemoveBcdEntry, DeletesTheEntryOrRefusesTheIdentifierWithTheEditorFoundFirs
          .log = {UseEditor(), ok(delFits)}},
         {.name = "identifier that would be cut", .id = cut.c_str(), .result = 206,
          .log = {"ZN_RemoveBcdEntry refused: argument text is longer than 259 characters"}},
-        {.name = "editor in SysWOW64", .id = guid.c_str(), .arguments = {del}, .log = {find(system32), use(wow64), ok(del)},
-         .missing = {system32}, .placed = wow64},
+        {.name = "editor in SysWOW64", .id = guid.c_str(), .arguments = {del},
+         .log = {find(system32), use(wow64), ok(del)}, .missing = {system32}, .placed = wow64},
         // The last candidate is taken without a look: the hook would refuse it too.
         {.name = "editor beside the library", .id = guid.c_str(), .arguments = {del},
-         .log = {find(system32), find(wow64), use(beside), ok(del)}, .missing = {system32, wow64, beside}, .placed = beside},
+         .log = {find(system32), find(wow64), use(beside), ok(del)}, .missing = {system32, wow64, beside},
+         .placed = beside},
     };
     for (const EditorCase& c : cases) Check(c, [&] { return ZN_RemoveBcdEntry(c.id); });
 }

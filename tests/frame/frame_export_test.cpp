@@ -40,9 +40,9 @@ TEST(RunProcess, WideAndNarrowTwinsAgree) {
             tools.OnCommand("bcdedit", "/enum", "7");
             wrtest::LogCapture log;
             const std::string program = Text(c.program), arguments = Text(c.arguments);
-            EXPECT_EQ(c.result, std::string(name).back() == 'A' ? ZN_RunProcessA(c.program ? program.c_str() : nullptr,
-                                                          c.arguments ? arguments.c_str() : nullptr, c.wait)
-                                         : ZN_RunProcess(c.program, c.arguments, c.wait));
+            const char* narrow[] = {c.program ? program.c_str() : nullptr, c.arguments ? arguments.c_str() : nullptr};
+            EXPECT_EQ(c.result, std::string(name).back() == 'A' ? ZN_RunProcessA(narrow[0], narrow[1], c.wait)
+                                                                 : ZN_RunProcess(c.program, c.arguments, c.wait));
             EXPECT_TRUE(c.wait || wrtest::ToolDouble::WaitForExit("bcdedit", 10000));
             EXPECT_EQ(c.runs ? Lines{Text(c.arguments)} : Lines{}, tools.Arguments("bcdedit"));
             Lines expected;

@@ -44,12 +44,14 @@ TEST(Processes, FoundByPrefixAnyCaseAndOnlyTheFirstMatchStopped) {
         EXPECT_EQ(f.withOut ? f.pid : 0xdeadbeef, pid);
     }
     wrtest::ExpectLog(log, {});  // a name that runs nowhere is no failure
-    const struct { const wchar_t* name; const char* hook; void* fake; DWORD result; std::vector<std::string> log; } stops[] = {
+    using Lines = std::vector<std::string>;
+    const struct { const wchar_t* name; const char* hook; void* fake; DWORD result; Lines log; } stops[] = {
         {L"wknosuch", nullptr, nullptr, 0, {}},
         {L"", nullptr, nullptr, 87, {"ZN_StopProcess refused: the process name is missing or not valid"}},
         {L"wkidlea", "OpenProcess", (void*)DeniedOpen, 5,
          {"ZN_StopProcess open process of ID " + std::to_string(a.pid()) + " error: 5"}},
-        {L"wkidlea", "TerminateProcess", (void*)DeniedTerminate, 5, {"ZN_StopProcess terminate process wkidlea error: 5"}},
+        {L"wkidlea", "TerminateProcess", (void*)DeniedTerminate, 5,
+         {"ZN_StopProcess terminate process wkidlea error: 5"}},
     };
     for (const auto& s : stops) {
         SCOPED_TRACE(s.result);

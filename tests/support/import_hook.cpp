@@ -11,12 +11,13 @@ void* PatchImport(HMODULE module, const char* dll, const char* function, void* r
     if (!base || !replacement) return nullptr;
     auto* nt = reinterpret_cast<IMAGE_NT_HEADERS*>(base + reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew);
     const auto& dir = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    for (auto* imp = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + dir.VirtualAddress); dir.VirtualAddress && imp->Name;
-         ++imp) {
+    if (!dir.VirtualAddress) return nullptr;
+    for (auto* imp = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + dir.VirtualAddress); imp->Name; ++imp) {
         // mingw names them "KERNEL32.dll", "ADVAPI32.dll": compare without case.
         if (_stricmp(reinterpret_cast<char*>(base + imp->Name), dll) != 0) continue;
         auto* iat = reinterpret_cast<IMAGE_THUNK_DATA*>(base + imp->FirstThunk);
-        auto* ilt = reinterpret_cast<IMAGE_THUNK_DATA*>(base + (imp->OriginalFirstThunk ? imp->OriginalFirstThunk : imp->FirstThunk));
+        const DWORD names = imp->OriginalFirstThunk ? imp->OriginalFirstThunk : imp->FirstThunk;
+        auto* ilt = reinterpret_cast<IMAGE_THUNK_DATA*>(base + names);
         for (; ilt->u1.AddressOfData; ++ilt, ++iat) {
             if (IMAGE_SNAP_BY_ORDINAL(ilt->u1.Ordinal) ||
                 strcmp(reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + ilt->u1.AddressOfData)->Name, function) != 0)

@@ -46,7 +46,8 @@ std::vector<std::string> ToolDouble::Journal(const std::string& tool, const std:
     std::vector<std::string> out;
     const std::string all = ReadFileBytes(folder_ + L"\\journal.txt"), head = tool + "\t" + kind + "\t";
     for (size_t pos = 0, end; (end = all.find('\n', pos)) != std::string::npos; pos = end + 1)
-        if (all.compare(pos, head.size(), head) == 0) out.push_back(all.substr(pos + head.size(), end - pos - head.size()));
+        if (all.compare(pos, head.size(), head) == 0)
+            out.push_back(all.substr(pos + head.size(), end - pos - head.size()));
     return out;
 }
 
@@ -71,7 +72,7 @@ bool ToolDouble::WaitForExit(const std::string& tool, unsigned long timeoutMs) {
     PROCESSENTRY32W pe = {};
     pe.dwSize = sizeof pe;
     for (BOOL ok = Process32FirstW(snap, &pe); ok; ok = Process32NextW(snap, &pe)) {
-        HANDLE p = _wcsicmp(pe.szExeFile, exe.c_str()) == 0 ? OpenProcess(SYNCHRONIZE, FALSE, pe.th32ProcessID) : nullptr;
+        HANDLE p = _wcsicmp(pe.szExeFile, exe.c_str()) ? nullptr : OpenProcess(SYNCHRONIZE, FALSE, pe.th32ProcessID);
         if (p && WaitForSingleObject(p, timeoutMs) != WAIT_OBJECT_0) allEnded = false;
         if (p) CloseHandle(p);
     }
