@@ -22,8 +22,7 @@ DWORD FirstListedPid() {
     PROCESSENTRY32W entry = {};
     entry.dwSize = sizeof entry;
     Process32FirstW(snapshot, &entry);
-    CloseHandle(snapshot);
-    return entry.th32ProcessID;
+    return CloseHandle(snapshot), entry.th32ProcessID;
 }
 HANDLE WINAPI DeniedOpen(DWORD, BOOL, DWORD) { return SetLastError(ERROR_ACCESS_DENIED), nullptr; }
 BOOL WINAPI DeniedTerminate(HANDLE, UINT) { return SetLastError(ERROR_ACCESS_DENIED), FALSE; }
@@ -33,9 +32,9 @@ TEST(Processes, FoundByPrefixAnyCaseAndOnlyTheFirstMatchStopped) {
     tools.OnCommand("*", "idle", "hang");
     wrtest::IdleProcess a(L"wkidlea.exe"), b(L"wkidleb.exe");
     const HANDLE both[] = {a.handle(), b.handle()};
-    struct { const wchar_t* name; bool withOut; BOOL found; DWORD pid; } const finds[] = {
+    const struct { const wchar_t* name; bool withOut; BOOL found; DWORD pid; } finds[] = {
         {L"WKIDLEA.EXE", true, TRUE, a.pid()}, {L"wkIdleB", true, TRUE, b.pid()}, {L"wkidleb.exe", false, TRUE, 0},
-        {L"wknosuch", true, FALSE, 0},         {L"", true, TRUE, FirstListedPid()},
+        {L"wknosuch", true, FALSE, 0}, {L"", true, TRUE, FirstListedPid()},
     };
     wrtest::LogCapture log;
     for (const auto& f : finds) {
@@ -45,24 +44,24 @@ TEST(Processes, FoundByPrefixAnyCaseAndOnlyTheFirstMatchStopped) {
         EXPECT_EQ(f.withOut ? f.pid : 0xdeadbeef, pid);
     }
     wrtest::ExpectLog(log, {});  // a name that runs nowhere is no failure
-
-    struct { const wchar_t* name; const char* hook; void* fake; DWORD result; std::string log; } const stops[] = {
-        {L"wknosuch", nullptr, nullptr, 0, ""},
-        {L"", nullptr, nullptr, 87, "ZN_StopProcess refused: the process name is missing or not valid"},
+    using Lines = std::vector<std::string>;
+    const struct { const wchar_t* name; const char* hook; void* fake; DWORD result; Lines log; } stops[] = {
+        {L"wknosuch", nullptr, nullptr, 0, {}},
+        {L"", nullptr, nullptr, 87, {"ZN_StopProcess refused: the process name is missing or not valid"}},
         {L"wkidlea", "OpenProcess", (void*)DeniedOpen, 5,
-         "ZN_StopProcess open process of ID " + std::to_string(a.pid()) + " error: 5"},
-        {L"wkidlea", "TerminateProcess", (void*)DeniedTerminate, 5, "ZN_StopProcess terminate process wkidlea error: 5"},
+         {"ZN_StopProcess open process of ID " + std::to_string(a.pid()) + " error: 5"}},
+        {L"wkidlea", "TerminateProcess", (void*)DeniedTerminate, 5,
+         {"ZN_StopProcess terminate process wkidlea error: 5"}},
     };
     for (const auto& s : stops) {
-        SCOPED_TRACE(s.log);
+        SCOPED_TRACE(s.result);
         wrtest::LogCapture stopLog;
         std::optional<wrtest::ImportHook> hook;
         if (s.hook) hook.emplace("KERNEL32.dll", s.hook, s.fake);
         EXPECT_EQ(s.result, ZN_StopProcess(s.name));
-        wrtest::ExpectLog(stopLog, s.log.empty() ? std::vector<std::string>{} : std::vector{s.log});
+        wrtest::ExpectLog(stopLog, s.log);
     }
     EXPECT_EQ(WAIT_TIMEOUT, WaitForMultipleObjects(2, both, FALSE, 0)) << "a failed stop ended a helper";
-
     EXPECT_EQ(0u, ZN_StopProcess(L"wkidle"));
     const DWORD stopped = WaitForMultipleObjects(2, both, FALSE, 10000) - WAIT_OBJECT_0;
     ASSERT_LT(stopped, 2u);
@@ -74,35 +73,29 @@ TEST(Processes, FoundByPrefixAnyCaseAndOnlyTheFirstMatchStopped) {
 }
 
 // Wine has no display, so windows come from hooked calls: window N+1 belongs to owners[N].
-struct {
-    std::vector<DWORD> owners;
-    int asked;
-    std::vector<std::pair<HWND, int>> shown;
-} g_windows;
+std::vector<DWORD> g_owners;
+int g_asked;
+std::vector<std::pair<HWND, int>> g_shown;
 BOOL WINAPI FakeEnumWindows(WNDENUMPROC callback, LPARAM search) {
-    for (size_t i = 0; i < g_windows.owners.size() && callback(reinterpret_cast<HWND>(i + 1), search); ++i) {}
+    for (size_t i = 0; i < g_owners.size() && callback(reinterpret_cast<HWND>(i + 1), search); ++i) {}
     return TRUE;
 }
-DWORD WINAPI FakeOwner(HWND window, LPDWORD pid) {
-    return ++g_windows.asked, *pid = g_windows.owners[reinterpret_cast<size_t>(window) - 1], 1;
-}
-BOOL WINAPI FakeShow(HWND window, int how) { return g_windows.shown.push_back({window, how}), TRUE; }
+DWORD WINAPI FakeOwner(HWND window, LPDWORD pid) { return ++g_asked, *pid = g_owners[size_t(window) - 1], 1; }
+BOOL WINAPI FakeShow(HWND window, int how) { return g_shown.push_back({window, how}), TRUE; }
 
 TEST(Windows, TheFirstWindowOfTheProcessIsShown) {
     EXPECT_EQ(1168u, ZN_ShowProcessWind(GetCurrentProcessId()));  // real: Wine enumerates no window
     wrtest::ImportHook enumerate("USER32.dll", "EnumWindows", (void*)FakeEnumWindows);
     wrtest::ImportHook owner("USER32.dll", "GetWindowThreadProcessId", (void*)FakeOwner);
     wrtest::ImportHook show("USER32.dll", "ShowWindow", (void*)FakeShow);
-    struct { DWORD pid, result; int asked; std::vector<std::pair<HWND, int>> shown; } const cases[] = {
-        {7, 0, 2, {{reinterpret_cast<HWND>(2), SW_SHOW}}},
-        {9, 1168, 3, {}},
-    };
+    const struct { DWORD pid, result; int asked; std::vector<std::pair<HWND, int>> shown; } cases[] = {
+        {7, 0, 2, {{reinterpret_cast<HWND>(2), SW_SHOW}}}, {9, 1168, 3, {}}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.pid);
-        g_windows = {{5, 7, 7}, 0, {}};
+        g_owners = {5, 7, 7}, g_asked = 0, g_shown.clear();
         EXPECT_EQ(c.result, ZN_ShowProcessWind(c.pid));
-        EXPECT_EQ(c.asked, g_windows.asked);
-        EXPECT_EQ(c.shown, g_windows.shown);
+        EXPECT_EQ(c.asked, g_asked);
+        EXPECT_EQ(c.shown, g_shown);
     }
 }
 
@@ -112,17 +105,16 @@ PVOID g_reverted;
 BOOL WINAPI FakeDisable(PVOID* old) { return *old = reinterpret_cast<PVOID>(0x5a5a), TRUE; }
 BOOL WINAPI FakeRevert(PVOID old) { return g_reverted = old, TRUE; }
 FARPROC WINAPI FakeLookup(HMODULE, LPCSTR name) {
-    void* fake = strcmp(name, "Wow64DisableWow64FsRedirection") == 0  ? (void*)FakeDisable
-                 : strcmp(name, "Wow64RevertWow64FsRedirection") == 0 ? (void*)FakeRevert
-                                                                      : nullptr;
-    return reinterpret_cast<FARPROC>(fake);
+    const bool disable = strcmp(name, "Wow64DisableWow64FsRedirection") == 0;
+    return disable || strcmp(name, "Wow64RevertWow64FsRedirection") == 0
+               ? reinterpret_cast<FARPROC>(disable ? (void*)FakeDisable : (void*)FakeRevert) : nullptr;
 }
 
 TEST(Wow64, RedirectionSwitchesInPairs) {
     EXPECT_EQ(TRUE, ZN_IsX64Cpu());
     EXPECT_EQ(FALSE, ZN_IsWow64());
-    EXPECT_EQ(87u, ZN_EnableWow64Redirection(FALSE, nullptr));
     PVOID saved = nullptr;
+    EXPECT_EQ(87u, ZN_EnableWow64Redirection(FALSE, nullptr));
     EXPECT_EQ(1u, ZN_EnableWow64Redirection(FALSE, &saved));
     EXPECT_EQ(1u, ZN_EnableWow64Redirection(TRUE, &saved));
     wrtest::ImportHook lookup("KERNEL32.dll", "GetProcAddress", (void*)FakeLookup);

@@ -15,7 +15,7 @@ public:
     ImportHook(const char* dll, const char* function, void* replacement, const wchar_t* module = L"Wrenkits.dll");
     ImportHook(const ImportHook&) = delete;
     ImportHook& operator=(const ImportHook&) = delete;
-    ~ImportHook();
+    ~ImportHook() { PatchImport(module_, dll_, function_, original_); }
     bool active() const { return original_ != nullptr; }
     // The real function, for fakes that pass through.
     template <typename Fn>
@@ -25,8 +25,7 @@ public:
 
 private:
     HMODULE module_;
-    const char* dll_;
-    const char* function_;
+    const char *dll_, *function_;
     void* original_;
 };
 

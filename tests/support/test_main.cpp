@@ -5,34 +5,25 @@
 
 #include <gtest/gtest.h>
 
-#include <stdio.h>
-
 #include "support/registry_fixture.h"
 #include "support/wine_env.h"
 
 namespace {
 
-const wchar_t* const kDoubleNames[] = {L"bcdedit.exe", L"bcdboot.exe", L"diskpart.exe",
-                                       L"netsh.exe",   L"regsvr32.exe", L"shutdown.exe"};
-
-
 // Ends running doubles and reports their names.
 std::string KillDoubles() {
     std::string found;
     HANDLE snap = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    if (snap == INVALID_HANDLE_VALUE) return found;
     PROCESSENTRY32W pe = {};
     pe.dwSize = sizeof pe;
     for (BOOL ok = Process32FirstW(snap, &pe); ok; ok = Process32NextW(snap, &pe)) {
-        for (const wchar_t* name : kDoubleNames) {
-            if (_wcsicmp(pe.szExeFile, name) != 0) continue;
-            char n[64];
-            _snprintf_s(n, sizeof n, _TRUNCATE, "%S ", name);
-            found += n;
-            if (HANDLE p = OpenProcess(PROCESS_TERMINATE, FALSE, pe.th32ProcessID)) {
-                TerminateProcess(p, 1);
-                CloseHandle(p);
-            }
+        for (const wchar_t* name : {L"bcdedit.exe", L"bcdboot.exe", L"diskpart.exe", L"netsh.exe", L"regsvr32.exe",
+                                    L"shutdown.exe"}) {
+            HANDLE p = _wcsicmp(pe.szExeFile, name) ? nullptr : OpenProcess(PROCESS_TERMINATE, FALSE, pe.th32ProcessID);
+            if (!p) continue;
+            found += wrtest::Narrow(name) + " ";
+            TerminateProcess(p, 1);
+            CloseHandle(p);
         }
     }
     CloseHandle(snap);
@@ -44,10 +35,9 @@ std::string KillDoubles() {
 class LeakListener : public testing::EmptyTestEventListener {
     void OnTestEnd(const testing::TestInfo&) override {
         for (const wchar_t* name : wrtest::kMountNames) {
-            if (wrtest::HklmKeyExists(name)) {
-                ADD_FAILURE() << "leak: HKLM\\" << wrtest::Narrow(name) << " is still mounted or present";
-                wrtest::RemoveHklmKey(name);
-            }
+            if (!wrtest::HklmKeyExists(name)) continue;
+            ADD_FAILURE() << "leak: HKLM\\" << wrtest::Narrow(name) << " is still mounted or present";
+            wrtest::RemoveHklmKey(name);
         }
         const std::string doubles = KillDoubles();
         if (!doubles.empty()) ADD_FAILURE() << "leak: tool double still running: " << doubles;

@@ -8,12 +8,6 @@
 
 namespace wrtest {
 
-struct JournalEntry {
-    std::string tool;  // "bcdedit", "bcdboot", "diskpart", ...
-    std::string kind;  // "cmd" (the command line it was started with) or "line" (read from stdin)
-    std::string text;
-};
-
 class ToolDouble {
 public:
     ToolDouble();
@@ -26,18 +20,13 @@ public:
     ToolDouble& OnCommand(const std::string& tool, const std::string& pattern, const std::string& exitCode,
                           const std::string& text = "");
     // Prompt mode: reply to an input line that contains `pattern`.
-    ToolDouble& OnLine(const std::string& tool, const std::string& pattern, const std::string& text,
-                       const std::string& action = "reply");
-    ToolDouble& Banner(const std::string& tool, const std::string& text);
-    ToolDouble& Prompt(const std::string& tool, const std::string& text);
+    ToolDouble& OnLine(const std::string& tool, const std::string& pattern, const std::string& text);
     // The tool ignores "exit" and never ends by itself.
     ToolDouble& HangOnExit(const std::string& tool);
 
-    std::vector<JournalEntry> Journal() const;
     // The command lines the tool was started with, in order.
     std::vector<std::string> Commands(const std::string& tool) const;
-    // The arguments only: each command line with its program part (up to the first
-    // blank after the executable) removed.
+    // The same without the program part (up to the first blank after the executable).
     std::vector<std::string> Arguments(const std::string& tool) const;
     // The lines the tool read from its standard input.
     std::vector<std::string> Lines(const std::string& tool) const;
@@ -46,11 +35,10 @@ public:
     // children the library started without waiting). False when one still runs.
     static bool WaitForExit(const std::string& tool, unsigned long timeoutMs);
 
-    const std::wstring& folder() const { return folder_; }
-
 private:
-    void AddRule(const std::string& tool, const std::string& kind, const std::string& pattern,
-                 const std::string& action, const std::string& text);
+    ToolDouble& AddRule(const std::string& tool, const std::string& kind, const std::string& pattern,
+                        const std::string& action, const std::string& text);
+    std::vector<std::string> Journal(const std::string& tool, const std::string& kind) const;
     std::wstring folder_;
 };
 

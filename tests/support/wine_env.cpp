@@ -1,6 +1,5 @@
 #include "support/wine_env.h"
 
-#include <vector>
 
 namespace wrtest {
 
@@ -18,18 +17,14 @@ std::wstring SystemDir() {
 }
 
 std::string Narrow(const std::wstring& w, UINT codePage) {
-    if (w.empty()) return {};
-    int n = WideCharToMultiByte(codePage, 0, w.c_str(), static_cast<int>(w.size()), nullptr, 0, nullptr, nullptr);
-    std::string s(n, '\0');
-    WideCharToMultiByte(codePage, 0, w.c_str(), static_cast<int>(w.size()), s.data(), n, nullptr, nullptr);
+    std::string s(w.size() * 4, '\0');
+    s.resize(WideCharToMultiByte(codePage, 0, w.c_str(), int(w.size()), s.data(), int(s.size()), nullptr, nullptr));
     return s;
 }
 
 std::wstring Widen(const std::string& s, UINT codePage) {
-    if (s.empty()) return {};
-    int n = MultiByteToWideChar(codePage, 0, s.c_str(), static_cast<int>(s.size()), nullptr, 0);
-    std::wstring w(n, L'\0');
-    MultiByteToWideChar(codePage, 0, s.c_str(), static_cast<int>(s.size()), w.data(), n);
+    std::wstring w(s.size(), L'\0');
+    w.resize(MultiByteToWideChar(codePage, 0, s.c_str(), int(s.size()), w.data(), int(w.size())));
     return w;
 }
 
@@ -66,20 +61,14 @@ void MakeDirs(const std::wstring& path) {
 void RemoveTree(const std::wstring& path) {
     WIN32_FIND_DATAW fd;
     HANDLE find = FindFirstFileW((path + L"\\*").c_str(), &fd);
-    if (find != INVALID_HANDLE_VALUE) {
-        do {
-            std::wstring name = fd.cFileName;
-            if (name == L"." || name == L"..") continue;
-            std::wstring child = path + L"\\" + name;
-            if (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
-                RemoveTree(child);
-            else {
-                SetFileAttributesW(child.c_str(), FILE_ATTRIBUTE_NORMAL);
-                DeleteFileW(child.c_str());
-            }
-        } while (FindNextFileW(find, &fd));
-        FindClose(find);
+    for (BOOL more = find != INVALID_HANDLE_VALUE; more; more = FindNextFileW(find, &fd)) {
+        const std::wstring name = fd.cFileName, child = path + L"\\" + name;
+        if (name == L"." || name == L"..") continue;
+        if (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) RemoveTree(child);
+        SetFileAttributesW(child.c_str(), FILE_ATTRIBUTE_NORMAL);
+        DeleteFileW(child.c_str());
     }
+    if (find != INVALID_HANDLE_VALUE) FindClose(find);
     RemoveDirectoryW(path.c_str());
 }
 
@@ -97,21 +86,18 @@ bool SetProcessPrivilege(const wchar_t* name, bool enable) {
 
 bool ProcessPrivilegeEnabled(const wchar_t* name) {
     HANDLE token = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return false;
-    LUID luid;
+    LUID luid = {};
+    alignas(8) BYTE buf[4096];  // a process holds some thirty privileges
+    DWORD size = 0;
     bool enabled = false;
-    if (LookupPrivilegeValueW(nullptr, name, &luid)) {
-        DWORD size = 0;
-        GetTokenInformation(token, TokenPrivileges, nullptr, 0, &size);
-        std::vector<BYTE> buf(size);
-        if (GetTokenInformation(token, TokenPrivileges, buf.data(), size, &size)) {
-            auto* tp = reinterpret_cast<TOKEN_PRIVILEGES*>(buf.data());
-            for (DWORD i = 0; i < tp->PrivilegeCount; ++i)
-                if (tp->Privileges[i].Luid.LowPart == luid.LowPart && tp->Privileges[i].Luid.HighPart == luid.HighPart)
-                    enabled = (tp->Privileges[i].Attributes & SE_PRIVILEGE_ENABLED) != 0;
-        }
+    if (LookupPrivilegeValueW(nullptr, name, &luid) && OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) &&
+        GetTokenInformation(token, TokenPrivileges, buf, sizeof buf, &size)) {
+        const auto* tp = reinterpret_cast<const TOKEN_PRIVILEGES*>(buf);
+        for (DWORD i = 0; i < tp->PrivilegeCount; ++i)
+            if (tp->Privileges[i].Luid.LowPart == luid.LowPart && tp->Privileges[i].Luid.HighPart == luid.HighPart)
+                enabled = (tp->Privileges[i].Attributes & SE_PRIVILEGE_ENABLED) != 0;
     }
-    CloseHandle(token);
+    if (token) CloseHandle(token);
     return enabled;
 }
 

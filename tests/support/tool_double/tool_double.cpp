@@ -7,17 +7,17 @@
 //                 kind "cmd": the full command line; kind "line": one line read from stdin
 //   scenario.txt  UTF-8, one rule per line: "tool<TAB>kind<TAB>pattern<TAB>action<TAB>text"
 //                 tool: the tool's name or "*"; pattern: a substring of the command line
-//                 or input line, empty or "*" for any; text: printed, with \r \n \t \\ escapes.
-//                 kind "cmd":    action = exit code or "hang"; the first match decides.
-//                 kind "banner", "prompt": the text printed first / after every answer in
-//                                prompt mode (defaults "\r\nDouble DiskPart\r\n\r\n", "DISKPART> ").
-//                 kind "line":   a reply to an input line in prompt mode; action "hang" never replies.
-//                 kind "exit":   action "hang" makes the tool ignore "exit".
-// The tool runs in prompt mode (reading commands from stdin) when it is diskpart or
-// when the scenario gives it a banner, prompt or line rule.
+//                 or input line, empty for any; text: printed, with \r \n \\ escapes.
+//                 kind "cmd":  action = exit code or "hang"; the first match decides.
+//                 kind "line": in prompt mode, the reply to an input line.
+//                 kind "exit": action "hang" makes the tool ignore "exit".
+// The tool runs in prompt mode (reading commands from stdin after a banner and the
+// prompt "DISKPART> ") when it is diskpart or when the scenario gives it a line rule.
 #include <windows.h>
 
 #include <stdlib.h>
+
+#include <algorithm>
 
 #include <string>
 #include <vector>
@@ -25,105 +25,71 @@
 namespace {
 
 std::string ToUtf8(const std::wstring& w) {
-    if (w.empty()) return {};
-    int n = WideCharToMultiByte(CP_UTF8, 0, w.c_str(), static_cast<int>(w.size()), nullptr, 0, nullptr, nullptr);
-    std::string s(n, '\0');
-    WideCharToMultiByte(CP_UTF8, 0, w.c_str(), static_cast<int>(w.size()), s.data(), n, nullptr, nullptr);
+    std::string s(w.size() * 3, '\0');
+    s.resize(WideCharToMultiByte(CP_UTF8, 0, w.c_str(), int(w.size()), s.data(), int(s.size()), nullptr, nullptr));
     return s;
 }
 
 std::wstring Folder() {
     wchar_t buf[MAX_PATH] = {};
-    DWORD n = GetEnvironmentVariableW(L"WRENKITS_DOUBLE_DIR", buf, MAX_PATH);
-    if (n == 0 || n >= MAX_PATH) return L"C:\\wrenkits-double";
-    return buf;
+    const DWORD n = GetEnvironmentVariableW(L"WRENKITS_DOUBLE_DIR", buf, MAX_PATH);
+    return n == 0 || n >= MAX_PATH ? L"C:\\wrenkits-double" : buf;
 }
 
-std::string ToolName() {
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring p = path;
-    size_t slash = p.find_last_of(L"\\/");
-    if (slash != std::wstring::npos) p = p.substr(slash + 1);
-    size_t dot = p.rfind(L'.');
-    if (dot != std::wstring::npos) p = p.substr(0, dot);
-    std::string s = ToUtf8(p);
-    for (auto& c : s) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    return s;
-}
-
-void Journal(const std::string& tool, const char* kind, const std::string& text) {
-    std::wstring path = Folder() + L"\\journal.txt";
-    HANDLE f = CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (f == INVALID_HANDLE_VALUE) return;
-    std::string line = tool + "\t" + kind + "\t" + text + "\n";
-    DWORD written = 0;
-    WriteFile(f, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
-    CloseHandle(f);
-}
-
-struct Rule {
-    std::string tool, kind, pattern, action, text;
-};
-
-std::string Unescape(const std::string& s) {
-    std::string out;
-    for (size_t i = 0; i < s.size(); ++i) {
-        if (s[i] != '\\' || i + 1 == s.size()) {
-            out += s[i];
-            continue;
-        }
-        char c = s[++i];
-        out += c == 'r' ? '\r' : c == 'n' ? '\n' : c == 't' ? '\t' : c;
-    }
-    return out;
-}
-
-std::vector<Rule> LoadScenario(const std::string& tool) {
-    std::vector<Rule> rules;
-    std::wstring path = Folder() + L"\\scenario.txt";
-    HANDLE f = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                           FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (f == INVALID_HANDLE_VALUE) return rules;
+std::string ReadAll(HANDLE f) {
     std::string all;
     char buf[4096];
     DWORD got = 0;
     while (ReadFile(f, buf, sizeof buf, &got, nullptr) && got) all.append(buf, got);
+    return all;
+}
+
+void Journal(const std::string& tool, const char* kind, const std::string& text) {
+    HANDLE f = CreateFileW((Folder() + L"\\journal.txt").c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                           nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const std::string line = tool + "\t" + kind + "\t" + text + "\n";
+    DWORD written = 0;
+    WriteFile(f, line.data(), DWORD(line.size()), &written, nullptr);
     CloseHandle(f);
-    size_t start = 0;
-    while (start < all.size()) {
-        size_t end = all.find('\n', start);
-        if (end == std::string::npos) end = all.size();
-        std::string line = all.substr(start, end - start);
-        start = end + 1;
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        std::vector<std::string> f5;
-        size_t p = 0;
-        for (int i = 0; i < 4; ++i) {
-            size_t t = line.find('\t', p);
-            if (t == std::string::npos) break;
-            f5.push_back(line.substr(p, t - p));
+}
+
+struct Rule {
+    std::string kind, pattern, action, text;
+};
+
+std::vector<Rule> LoadScenario(const std::string& tool) {
+    HANDLE f = CreateFileW((Folder() + L"\\scenario.txt").c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const std::string all = f == INVALID_HANDLE_VALUE ? "" : ReadAll(f);
+    if (f != INVALID_HANDLE_VALUE) CloseHandle(f);
+    std::vector<Rule> rules;
+    for (size_t start = 0, end; (end = all.find('\n', start)) != std::string::npos; start = end + 1) {
+        std::string field[5];
+        for (size_t i = 0, p = start; i < 5 && p <= end; ++i) {
+            const size_t t = i < 4 ? std::min(all.find('\t', p), end) : end;
+            field[i] = all.substr(p, t - p);
             p = t + 1;
         }
-        if (f5.size() != 4) continue;
-        f5.push_back(line.substr(p));
-        Rule r{f5[0], f5[1], f5[2], f5[3], Unescape(f5[4])};
-        if (r.tool == "*" || r.tool == tool) rules.push_back(r);
+        std::string text;  // unescaped
+        for (size_t i = 0; i < field[4].size(); ++i) {
+            char c = field[4][i];
+            if (c == '\\' && i + 1 < field[4].size()) c = field[4][++i], c = c == 'r' ? '\r' : c == 'n' ? '\n' : c;
+            text += c;
+        }
+        if (field[0] == "*" || field[0] == tool) rules.push_back({field[1], field[2], field[3], text});
     }
     return rules;
 }
 
 const Rule* Find(const std::vector<Rule>& rules, const char* kind, const std::string& subject) {
     for (const auto& r : rules)
-        if (r.kind == kind && (r.pattern.empty() || r.pattern == "*" || subject.find(r.pattern) != std::string::npos))
-            return &r;
+        if (r.kind == kind && (r.pattern.empty() || subject.find(r.pattern) != std::string::npos)) return &r;
     return nullptr;
 }
 
 void Print(const std::string& text) {
     DWORD written = 0;
-    WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), text.data(), DWORD(text.size()), &written, nullptr);
 }
 
 [[noreturn]] void Hang() {
@@ -132,11 +98,10 @@ void Print(const std::string& text) {
 
 bool ReadLine(std::string& line) {
     line.clear();
-    HANDLE in = GetStdHandle(STD_INPUT_HANDLE);
     char c;
     DWORD got = 0;
     bool any = false;
-    while (ReadFile(in, &c, 1, &got, nullptr) && got == 1) {
+    while (ReadFile(GetStdHandle(STD_INPUT_HANDLE), &c, 1, &got, nullptr) && got == 1) {
         any = true;
         if (c == '\n') break;
         if (c != '\r') line += c;
@@ -145,24 +110,15 @@ bool ReadLine(std::string& line) {
 }
 
 int PromptMode(const std::string& tool, const std::vector<Rule>& rules) {
-    const Rule* banner = Find(rules, "banner", "");
-    const Rule* prompt = Find(rules, "prompt", "");
-    const std::string promptText = prompt ? prompt->text : "DISKPART> ";
-    Print(banner ? banner->text : "\r\nDouble DiskPart\r\n\r\n");
-    Print(promptText);
-    std::string line;
-    while (ReadLine(line)) {
+    Print("\r\nDouble DiskPart\r\n\r\nDISKPART> ");
+    for (std::string line; ReadLine(line); Print("DISKPART> ")) {
         Journal(tool, "line", line);
         if (_stricmp(line.c_str(), "exit") == 0) {
-            const Rule* exitRule = Find(rules, "exit", "");
-            if (exitRule && exitRule->action == "hang") Hang();
+            if (Find(rules, "exit", "")) Hang();
             Print("\r\nLeaving DiskPart...\r\n");
             return 0;
         }
-        const Rule* reply = Find(rules, "line", line);
-        if (reply && reply->action == "hang") Hang();
-        if (reply) Print(reply->text);
-        Print(promptText);
+        if (const Rule* reply = Find(rules, "line", line)) Print(reply->text);
     }
     return 0;
 }
@@ -170,14 +126,18 @@ int PromptMode(const std::string& tool, const std::vector<Rule>& rules) {
 }  // namespace
 
 int wmain() {
-    const std::string tool = ToolName();
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    std::wstring name = path;
+    name = name.substr(name.find_last_of(L"\\/") + 1);
+    std::string tool = ToUtf8(name.substr(0, name.rfind(L'.')));
+    for (auto& c : tool) c = char(tolower(static_cast<unsigned char>(c)));
+
     const std::string commandLine = ToUtf8(GetCommandLineW());
     Journal(tool, "cmd", commandLine);
     const std::vector<Rule> rules = LoadScenario(tool);
-
     bool promptMode = tool == "diskpart";
-    for (const auto& r : rules)
-        if (r.kind == "banner" || r.kind == "prompt" || r.kind == "line") promptMode = true;
+    for (const auto& r : rules) promptMode |= r.kind == "line";
     if (promptMode) return PromptMode(tool, rules);
 
     const Rule* rule = Find(rules, "cmd", commandLine);
