@@ -208,6 +208,7 @@ TEST(StartupPrograms, AddAndRemoveOnTheRunningAndAnOfflineInstallation) {
         {.name = "data longer than a command line", .arguments = tooLong.c_str(), .result = 206, .calls = {}, .log = {"ZN_AddStartupProcess refused: program and arguments is longer than 519 characters"}},
         // Refused without a word: the caller's own mistake.
         {.name = "empty program", .program = L"", .result = 87, .calls = {}},
+        {.name = "empty value name", .value = L"", .result = 87, .calls = {}},
         {.name = "no letter", .letter = L'1', .result = 87, .calls = {}},
         {.name = "remove without a name", .add = false, .value = nullptr, .result = 87, .calls = {}},
     };
