@@ -138,7 +138,7 @@ TEST(HiveMount, LoadRetriesForPrivilegesRepairsACorruptHiveAndUnloadRetriesWithT
         EXPECT_EQ(std::vector<std::wstring>(c.loads.size(), L"ZNRegKey " + hive), g_load.targets) << "the loads made";
         EXPECT_EQ(c.after.value_or(c.hive.value_or("")), wrtest::ReadFileBytes(hive));
         const bool mounted = c.result == 0 && c.loads.back() == kPass;
-        EXPECT_EQ(mounted, wrtest::HklmKeyExists(L"ZNRegKey\\Microsoft\\Windows NT\\CurrentVersion"));
+        EXPECT_EQ(mounted, wrtest::HklmKeyExists(L"ZNRegKey")) << "mounted only by a real last load";
         if (c.unloads) {
             wrtest::ImportHook unload("ADVAPI32.dll", "RegUnLoadKeyW", (void*)FakeUnload);
             g_unload = {*c.unloads, {}, {}, {}, unload.original<void*>()};

@@ -106,39 +106,6 @@ TEST(Privileges, SwitchTheOwnTokenAndLogTheFailingStepWithoutRollingBack) {
 // What the hooked GetTokenInformation reports for every token: the administrators group
 // with owner bit missing, no such group, 122 first, or SYSTEM as the user.
 enum Groups { Real, NotOwner, Missing, GrowsFirst, SystemUser };
-struct {
-    Groups kind;
-    std::string calls;  // "groups 1024, user 1024, logon 4, "
-    void* real;
-    BYTE major;  // GetVersion's
-    BOOL batch, interactive;
-} g_token;
-
-BOOL WINAPI FakeTokenInfo(HANDLE token, TOKEN_INFORMATION_CLASS what, LPVOID out, DWORD size, PDWORD needed) {
-    g_token.calls += (what == TokenUser ? "user " : "groups ") + std::to_string(size) + ", ";
-    static BYTE admins[SECURITY_MAX_SID_SIZE], world[SECURITY_MAX_SID_SIZE], system[SECURITY_MAX_SID_SIZE];
-    DWORD n = SECURITY_MAX_SID_SIZE;
-    CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, admins, &n);
-    CreateWellKnownSid(WinWorldSid, nullptr, world, &n);
-    CreateWellKnownSid(WinLocalSystemSid, nullptr, system, &n);
-    if (what == TokenUser && g_token.kind != SystemUser) return reinterpret_cast<decltype(&GetTokenInformation)>(g_token.real)(token, what, out, size, needed);
-    if (what == TokenUser) return *static_cast<TOKEN_USER*>(out) = {{system, 0}}, TRUE;
-    if (g_token.kind == GrowsFirst && size < 1100) return *needed = 1100, SetLastError(122), FALSE;
-    auto* groups = static_cast<TOKEN_GROUPS*>(out);
-    groups->GroupCount = g_token.kind == Missing ? 1 : 2;
-    groups->Groups[0] = {world, 0xF};
-    (&groups->Groups[0])[1] = {admins, g_token.kind == NotOwner ? 0x7u : 0xFu};  // the block has room past the declared array
-    return TRUE;
-}
-const HANDLE kLogonToken = reinterpret_cast<HANDLE>(0x1234);
-DWORD WINAPI FakeGetVersion() { return g_token.major; }
-BOOL WINAPI FakeLogonUser(LPCWSTR, LPCWSTR, LPCWSTR, DWORD type, DWORD, PHANDLE token) {
-    g_token.calls += "logon " + std::to_string(type) + ", ";
-    const BOOL ok = type == LOGON32_LOGON_BATCH ? g_token.batch : g_token.interactive;
-    if (ok) *token = kLogonToken;
-    return ok ? TRUE : (SetLastError(type == LOGON32_LOGON_BATCH ? 1385 : 1326), FALSE);
-}
-
 enum Export { System, Admin, Explorer, ExplorerNullOut, Logon, Pop };
 struct TokenCase {
     const char* name;
@@ -147,14 +114,42 @@ struct TokenCase {
     Groups groups = Real;
     std::wstring text = L"";  // the user to log on, or the command line to run
     BOOL admin = FALSE;       // ZN_PopWindow's choice of token
-    BYTE major = 6;
+    BYTE major = 6;           // GetVersion's
     BOOL batch = TRUE, interactive = TRUE;  // the logons that succeed
     DWORD result = 0;        // of ZN_GetExplorerToken and ZN_PopWindow
     bool token = false;      // a token was handed out
     Names opened = {};       // the processes opened
-    std::string calls = "";  // GetTokenInformation and LogonUserW calls
+    std::string calls = "";  // GetTokenInformation and LogonUserW calls: "groups 1024, user 1024, logon 4, "
     Lines log = {};
 };
+const TokenCase* g_case;
+std::string g_calls;
+void* g_realInfo;
+
+BOOL WINAPI FakeTokenInfo(HANDLE token, TOKEN_INFORMATION_CLASS what, LPVOID out, DWORD size, PDWORD needed) {
+    g_calls += (what == TokenUser ? "user " : "groups ") + std::to_string(size) + ", ";
+    static BYTE admins[SECURITY_MAX_SID_SIZE], world[SECURITY_MAX_SID_SIZE], system[SECURITY_MAX_SID_SIZE];
+    DWORD n = SECURITY_MAX_SID_SIZE;
+    CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, admins, &n);
+    CreateWellKnownSid(WinWorldSid, nullptr, world, &n);
+    CreateWellKnownSid(WinLocalSystemSid, nullptr, system, &n);
+    if (what == TokenUser && g_case->groups != SystemUser) return reinterpret_cast<decltype(&GetTokenInformation)>(g_realInfo)(token, what, out, size, needed);
+    if (what == TokenUser) return *static_cast<TOKEN_USER*>(out) = {{system, 0}}, TRUE;
+    if (g_case->groups == GrowsFirst && size < 1100) return *needed = 1100, SetLastError(122), FALSE;
+    auto* groups = static_cast<TOKEN_GROUPS*>(out);
+    groups->GroupCount = g_case->groups == Missing ? 1 : 2;
+    groups->Groups[0] = {world, 0xF};
+    (&groups->Groups[0])[1] = {admins, g_case->groups == NotOwner ? 0x7u : 0xFu};  // the block has room past the declared array
+    return TRUE;
+}
+const HANDLE kLogonToken = reinterpret_cast<HANDLE>(0x1234);
+DWORD WINAPI FakeGetVersion() { return g_case->major; }
+BOOL WINAPI FakeLogonUser(LPCWSTR, LPCWSTR, LPCWSTR, DWORD type, DWORD, PHANDLE token) {
+    g_calls += "logon " + std::to_string(type) + ", ";
+    const BOOL ok = type == LOGON32_LOGON_BATCH ? g_case->batch : g_case->interactive;
+    if (ok) *token = kLogonToken;
+    return ok ? TRUE : (SetLastError(type == LOGON32_LOGON_BATCH ? 1385 : 1326), FALSE);
+}
 
 TEST(Tokens, ScansLogonAndSessionLaunch) {
     const Names two = {L"first.exe", L"second.exe"};
@@ -195,7 +190,7 @@ TEST(Tokens, ScansLogonAndSessionLaunch) {
         std::optional<wrtest::ImportHook> info, version, logon;
         if (c.groups != Real) info.emplace("ADVAPI32.dll", "GetTokenInformation", (void*)FakeTokenInfo);
         if (c.call == Logon) version.emplace("KERNEL32.dll", "GetVersion", (void*)FakeGetVersion), logon.emplace("ADVAPI32.dll", "LogonUserW", (void*)FakeLogonUser);
-        g_token = {c.groups, "", info ? info->original<void*>() : nullptr, c.major, c.batch, c.interactive};
+        g_case = &c, g_calls.clear(), g_realInfo = info ? info->original<void*>() : nullptr;
         wrtest::LogCapture log;
         HANDLE token = nullptr;
         DWORD result = 0;
@@ -211,7 +206,7 @@ TEST(Tokens, ScansLogonAndSessionLaunch) {
         EXPECT_EQ(c.token, token == kLogonToken || (token && GetTokenInformation(token, TokenType, &type, sizeof type, &n) && type == TokenPrimary));
         if (token && token != kLogonToken) CloseHandle(token);
         EXPECT_EQ(c.opened, list ? list->Opened() : Names{});
-        EXPECT_EQ(c.calls, g_token.calls);
+        EXPECT_EQ(c.calls, g_calls);
         EXPECT_EQ(c.log, Logged(log));
         EXPECT_FALSE(Enabled(L"SeDebugPrivilege"));
         HANDLE thread = nullptr;
