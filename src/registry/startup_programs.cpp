@@ -20,10 +20,23 @@ constexpr wchar_t kLiveRunKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion
 // A Run value is a command line, and holds what a command line holds.
 constexpr size_t kDataChars = 520;
 
-// Where the Run key lies for one call: the live key, or the key inside the offline
-// software hive, which stays mounted while this object lives.
+// The Run key of one call, open for writing while this object lives: the live key, or
+// the key inside the offline software hive, which stays mounted as long.
 class RunKeyTarget {
 public:
+    // Mounts the offline hive when needed and opens the Run key for writing. 0, or the
+    // code of the mount or open that failed (logged).
+    DWORD Open(const wchar_t* name, WCHAR letter, bool enableBeforeMount) {
+        DWORD result = ERROR_SUCCESS;
+        if (!Prepare(name, letter, enableBeforeMount, result)) return result;
+        result = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, keyPath_, 0, KEY_WRITE, key_.put());
+        if (result != ERROR_SUCCESS) LogW(L"%s open %s error: %d", name, keyPath_, result);
+        return result;
+    }
+    HKEY key() const { return key_.get(); }
+    const wchar_t* keyPath() const { return keyPath_; }
+
+private:
     // Mounts the offline hive when the letter is not the running system's. False
     // (logged) when the mount failed; its code is in `result`.
     bool Prepare(const wchar_t* name, WCHAR letter, bool enableBeforeMount, DWORD& result) {
@@ -49,11 +62,10 @@ public:
         FormatPathW(keyPath_, L"%s\\Microsoft\\Windows\\CurrentVersion\\Run", kMountName);
         return true;
     }
-    const wchar_t* keyPath() const { return keyPath_; }
 
-private:
     std::optional<MountedHive> hive_;
     wchar_t keyPath_[kPathChars] = {};
+    unique_hkey key_;  // after the hive: closed before it is unmounted
 };
 
 bool ValidInput(WCHAR letter, LPCWSTR valueName) { return IsDriveLetter(letter) && valueName && *valueName; }
@@ -70,22 +82,16 @@ extern "C" DWORD WINAPI ZN_AddStartupProcess(WCHAR driveLetter, LPCWSTR valueNam
     if (!FormatWholeW(data, kDataChars, L"\"%s\"%s", programPath, arguments ? arguments : L""))
         return RefuseTooLong("ZN_AddStartupProcess", "program and arguments", kDataChars - 1);
 
-    DWORD result = ERROR_SUCCESS;
     RunKeyTarget target;
-    if (!target.Prepare(kName, driveLetter, false, result)) return result;
-    unique_hkey key;  // closed before the hive goes
-    result = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, target.keyPath(), 0, KEY_WRITE, key.put());
-    if (result != ERROR_SUCCESS) {
-        LogW(L"%s open %s error: %d", kName, target.keyPath(), result);
-        return result;
-    }
+    if (const DWORD opened = target.Open(kName, driveLetter, false)) return opened;
     LogW(L"%s --> %s %s", kName, valueName, data);
     const DWORD bytes = static_cast<DWORD>((wcslen(data) + 1) * sizeof(wchar_t));
-    result = ::RegSetValueExW(key.get(), valueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(data), bytes);
+    const DWORD result =
+        ::RegSetValueExW(target.key(), valueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(data), bytes);
     if (result != ERROR_SUCCESS)
         LogW(L"%s set %s %s error: %d", kName, valueName, data, result);
     else
-        ::RegFlushKey(key.get());
+        ::RegFlushKey(target.key());
     return result;
 }
 
@@ -93,16 +99,9 @@ extern "C" DWORD WINAPI ZN_RemoveStartupProcess(WCHAR driveLetter, LPCWSTR value
     constexpr wchar_t kName[] = L"ZN_RemoveStartupProcess";
     if (!ValidInput(driveLetter, valueName)) return ERROR_INVALID_PARAMETER;
 
-    DWORD result = ERROR_SUCCESS;
     RunKeyTarget target;
-    if (!target.Prepare(kName, driveLetter, true, result)) return result;
-    unique_hkey key;  // closed before the hive goes
-    result = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, target.keyPath(), 0, KEY_WRITE, key.put());
-    if (result != ERROR_SUCCESS) {
-        LogW(L"%s open %s error: %d", kName, target.keyPath(), result);
-        return result;
-    }
-    result = ::RegDeleteValueW(key.get(), valueName);
+    if (const DWORD opened = target.Open(kName, driveLetter, true)) return opened;
+    const DWORD result = ::RegDeleteValueW(target.key(), valueName);
     if (result != ERROR_SUCCESS) LogW(L"%s delete %s under %s error: %d", kName, valueName, target.keyPath(), result);
     return result;
 }

@@ -7,59 +7,34 @@
 namespace wrtest {
 
 namespace {
-std::string EscapeText(const std::string& s) {
+std::string Escaped(const std::string& s) {
     std::string out;
-    for (char c : s) {
-        if (c == '\\' || c == '"') out += '\\';
-        out += c;
-    }
+    for (char c : s) out += c == '\\' || c == '"' ? std::string{'\\', c} : std::string{c};
     return out;
 }
-
-std::string HexBytes(const std::string& bytes) {
+std::string Hex(const std::string& bytes) {
     std::string out;
     char b[4];
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        snprintf(b, sizeof b, "%02x", static_cast<unsigned char>(bytes[i]));
-        if (i) out += ',';
-        out += b;
-    }
+    for (unsigned char c : bytes) _snprintf_s(b, _TRUNCATE, out.empty() ? "%02x" : ",%02x", c), out += b;
     return out;
 }
 }  // namespace
 
-TextHive& TextHive::Key(const std::string& path) {
-    lines_.push_back("");
-    lines_.push_back("[" + EscapeText(path) + "]");
-    return *this;
+TextHive& TextHive::Key(const std::string& path) { return lines_.push_back("\n[" + Escaped(path) + "]"), *this; }
+TextHive& TextHive::Value(const std::string& name, const std::string& data) {
+    return lines_.push_back("\"" + Escaped(name) + "\"=" + data), *this;
 }
-
-TextHive& TextHive::Sz(const std::string& name, const std::string& value) {
-    lines_.push_back("\"" + EscapeText(name) + "\"=\"" + EscapeText(value) + "\"");
-    return *this;
-}
-
+TextHive& TextHive::Sz(const std::string& name, const std::string& value) { return Value(name, "\"" + Escaped(value) + "\""); }
+TextHive& TextHive::Binary(const std::string& name, const std::string& bytes) { return Value(name, "hex:" + Hex(bytes)); }
 TextHive& TextHive::Dword(const std::string& name, DWORD value) {
-    char v[16];
-    snprintf(v, sizeof v, "%08lx", static_cast<unsigned long>(value));
-    lines_.push_back("\"" + EscapeText(name) + "\"=dword:" + v);
-    return *this;
+    char v[20];
+    _snprintf_s(v, _TRUNCATE, "dword:%08lx", static_cast<unsigned long>(value));
+    return Value(name, v);
 }
-
-TextHive& TextHive::Binary(const std::string& name, const std::string& bytes) {
-    lines_.push_back("\"" + EscapeText(name) + "\"=hex:" + HexBytes(bytes));
-    return *this;
-}
-
 TextHive& TextHive::MultiSz(const std::string& name, const std::vector<std::string>& strings) {
     std::string utf16;
-    for (const auto& s : strings) {
-        for (char c : s) utf16 += std::string{c, '\0'};
-        utf16 += std::string(2, '\0');
-    }
-    utf16 += std::string(2, '\0');
-    lines_.push_back("\"" + EscapeText(name) + "\"=hex(7):" + HexBytes(utf16));
-    return *this;
+    for (const auto& s : strings) utf16 += std::string(reinterpret_cast<const char*>(Widen(s).c_str()), 2 * s.size() + 2);
+    return Value(name, "hex(7):" + Hex(utf16 + std::string(2, '\0')));
 }
 
 std::string TextHive::Text() const {
@@ -76,8 +51,7 @@ bool TextHive::Write(const std::wstring& path) const {
 bool HklmKeyExists(const wchar_t* name) {
     HKEY key = nullptr;
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, name, 0, KEY_READ, &key) != ERROR_SUCCESS) return false;
-    RegCloseKey(key);
-    return true;
+    return RegCloseKey(key), true;
 }
 
 void RemoveHklmKey(const wchar_t* name) {
@@ -87,7 +61,7 @@ void RemoveHklmKey(const wchar_t* name) {
     // Wine unloads a mount and deletes a plain key of that name alike.
     if (RegUnLoadKeyW(HKEY_LOCAL_MACHINE, name) != ERROR_SUCCESS) RegDeleteTreeW(HKEY_LOCAL_MACHINE, name);
     RegDeleteKeyW(HKEY_LOCAL_MACHINE, name);
-    if (!wasEnabled) SetProcessPrivilege(L"SeRestorePrivilege", false);
+    SetProcessPrivilege(L"SeRestorePrivilege", wasEnabled);
 }
 
 }  // namespace wrtest

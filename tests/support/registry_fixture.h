@@ -24,6 +24,7 @@ public:
     std::string Text() const;
 
 private:
+    TextHive& Value(const std::string& name, const std::string& data);
     std::vector<std::string> lines_;
 };
 

@@ -10,30 +10,25 @@ namespace wrtest {
 
 namespace {
 
+constexpr DWORD kGonePid = 0xBAD0;  // a listed process that cannot be opened
+
 struct {
-    std::vector<std::wstring> names;
+    std::vector<std::wstring> names, opened;
     size_t next;
     std::wstring current;
-    std::vector<std::wstring> opened;
     void* openProcess;
 } g_list;
 
-bool Fill(PROCESSENTRY32W* entry) {
-    if (g_list.next >= g_list.names.size()) return SetLastError(ERROR_NO_MORE_FILES), false;
-    std::wstring name = g_list.names[g_list.next++];
+BOOL WINAPI FakeNext(HANDLE, PROCESSENTRY32W* entry) {
+    if (g_list.next >= g_list.names.size()) return SetLastError(ERROR_NO_MORE_FILES), FALSE;
+    const std::wstring& name = g_list.names[g_list.next++];
     const bool gone = name.rfind(L"gone:", 0) == 0;
     entry->th32ProcessID = gone ? kGonePid : GetCurrentProcessId();
-    g_list.current = gone ? name.substr(5) : name;
-    wcscpy_s(entry->szExeFile, g_list.current.c_str());
-    return true;
+    g_list.current = name.substr(gone ? 5 : 0);
+    return wcscpy_s(entry->szExeFile, g_list.current.c_str()) == 0;
 }
-
-HANDLE WINAPI FakeSnapshot(DWORD, DWORD) {
-    g_list.next = 0;
-    return CreateEventW(nullptr, TRUE, FALSE, nullptr);
-}
-BOOL WINAPI FakeFirst(HANDLE, PROCESSENTRY32W* entry) { return g_list.next = 0, Fill(entry); }
-BOOL WINAPI FakeNext(HANDLE, PROCESSENTRY32W* entry) { return Fill(entry); }
+BOOL WINAPI FakeFirst(HANDLE snapshot, PROCESSENTRY32W* entry) { return g_list.next = 0, FakeNext(snapshot, entry); }
+HANDLE WINAPI FakeSnapshot(DWORD, DWORD) { return CreateEventW(nullptr, TRUE, FALSE, nullptr); }
 HANDLE WINAPI FakeOpenProcess(DWORD access, BOOL inherit, DWORD pid) {
     g_list.opened.push_back(g_list.current);
     if (pid == kGonePid) return SetLastError(ERROR_INVALID_PARAMETER), nullptr;
@@ -53,11 +48,9 @@ FakeProcessList::FakeProcessList(std::vector<std::wstring> names)
       first_("KERNEL32.dll", "Process32FirstW", reinterpret_cast<void*>(FakeFirst)),
       next_("KERNEL32.dll", "Process32NextW", reinterpret_cast<void*>(FakeNext)),
       open_("KERNEL32.dll", "OpenProcess", reinterpret_cast<void*>(FakeOpenProcess)) {
-    g_list = {std::move(names), 0, {}, {}, open_.original<void*>()};
+    g_list = {std::move(names), {}, 0, {}, open_.original<void*>()};
 }
-
 FakeProcessList::~FakeProcessList() { g_list = {}; }
-
 std::vector<std::wstring> FakeProcessList::Opened() const { return g_list.opened; }
 
 IdleProcess::IdleProcess(const std::wstring& exeName) : path_(ExeDir() + L"\\" + exeName) {
@@ -65,8 +58,7 @@ IdleProcess::IdleProcess(const std::wstring& exeName) : path_(ExeDir() + L"\\" +
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     std::wstring command = L"\"" + path_ + L"\" idle";
-    CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &startup,
-                   &info_);
+    CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &startup, &info_);
     CloseHandle(info_.hThread);
 }
 

@@ -14,12 +14,9 @@ namespace wrtest {
 // Expects exactly `lines` (untagged) to have been logged since `log` began.
 void ExpectLog(const LogCapture& log, const std::vector<std::string>& lines);
 
-// Pid of a listed process that cannot be opened (OpenProcess fails with 87).
-inline constexpr DWORD kGonePid = 0xBAD0;
-
 // Replaces the DLL's process snapshot with `names`. Every listed process is this test
-// process, except those named "gone:NAME" (kGonePid); the names of the processes the
-// DLL opened are recorded.
+// process, except those named "gone:NAME", which cannot be opened (87); the names of the
+// processes the DLL opened are recorded.
 class FakeProcessList {
 public:
     explicit FakeProcessList(std::vector<std::wstring> names);
