@@ -15,7 +15,7 @@
  * not run two of them at the same time.
  *
  * The header compiles as C89 and later and as C++98 and later, warning-free with
- * -Wall -Wextra -pedantic.
+ * -Wall -Wextra -pedantic. Each export has one or two lines: what it does, then its results.
  */
 #ifndef WRENKITS_H
 #define WRENKITS_H
@@ -327,9 +327,8 @@ WRENKITS_API DWORD WINAPI ZN_RepairBcdEntry(WCHAR bootLetter, WCHAR systemLetter
 /* Disk: partitions, volumes, drive letters, disk identities, BitLocker     */
 /* ------------------------------------------------------------------------ */
 
-/* Assigns a drive letter to (removeLetter zero; a non-letter picks the first free one and writes it back) or removes it
-   from a partition through diskpart; returns 0 when every command was delivered, 2 no such partition, 1168 no volume,
-   87 for a null driveLetter or a removal of a non-letter, 8, 29, or the pipe or start error. */
+/* Sets (removeLetter 0; a non-letter: first free, written back) or removes a partition's letter via diskpart; returns 0
+   once sent, 2 no partition, 1168 no volume, 87 null pointer or removing a non-letter, 8, 29, pipe/start error. */
 WRENKITS_API DWORD WINAPI ZN_MountPartition(DWORD diskNumber, DWORD partitionNumber, WCHAR *driveLetter, DWORD removeLetter);
 /* Finds N of the \\.\HarddiskVolumeN that lies on the given partition of the given disk; returns 0 with *volumeNumber
    set, 1168 when none matches, or 87 for a null volumeNumber. */
@@ -340,17 +339,15 @@ WRENKITS_API DWORD WINAPI ZN_GetVolumeDisk(WCHAR driveLetter, LPDWORD diskNumber
 /* Computes the smallest size a volume could shrink to (bytes in use, or from the NTFS cluster bitmap when exact is
    non-zero); returns 0, 87 for a bad letter or a null minSizeBytes, 50 for exact on non-NTFS, 8, or an error. */
 WRENKITS_API DWORD WINAPI ZN_GetVolumeMinSize(WCHAR driveLetter, INT exact, PULONGLONG minSizeBytes);
-/* Writes the file-system name of the volume holding path (a UNC path's \\server\share\, else its first character's
-   drive) into fsName (260 characters); returns TRUE, or FALSE for a null or empty path, a null fsName (last error 87),
-   a share longer than 259 characters (206), or a failed query. */
+/* Writes the file system of the volume holding path (a UNC path's share, else its drive) into fsName (260 characters);
+   TRUE, or FALSE for a null or empty path, a null fsName (error 87), a share over 259 (206), a failed query. */
 WRENKITS_API BOOL WINAPI ZN_GetFSType(LPCWSTR path, LPWSTR fsName);
 /* Returns TRUE when the drive is removable or a fixed disk attached through USB. */
 WRENKITS_API BOOL WINAPI ZN_IsUsbPartition(WCHAR driveLetter);
 /* Classifies a path: -1 invalid, 0 local, 1 UNC, 2 optical drive, 3 USB or removable drive. */
 WRENKITS_API int WINAPI ZN_GetPathType(LPCWSTR path);
-/* Returns TRUE when the letter is a connected network drive and copies its \\server\share into remoteName (260
-   characters, may be NULL); FALSE otherwise, also for a non-letter (last error 87) or a remote name longer than 259
-   characters (206, buffer untouched). */
+/* Returns TRUE for a connected network drive, copying its \\server\share into remoteName (260 characters, may be NULL);
+   else FALSE, also for a non-letter (last error 87) or a name over 259 characters (206, buffer untouched). */
 WRENKITS_API BOOL WINAPI ZN_IsRemoteDrive(WCHAR driveLetter, LPWSTR remoteName);
 /* Replaces an offline system's MountedDevices letters by the running system's, re-lettered through a 26-entry map;
    returns 0, the hive load or key open error, 87 for a system drive that is no letter or a null map. */
@@ -405,9 +402,8 @@ WRENKITS_API BOOL WINAPI ZN_IsEmptyFolder(LPCWSTR folderWithSlash);
 /* Registers (or unregisters) every .ocx in a folder, and in its subfolders when recurse is non-zero, with regsvr32;
    returns 0, 87 for NULL/empty, 206 when the folder exceeds 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_RegActiveX(LPCWSTR folder, DWORD recurse, DWORD unregister);
-/* Classifies a backup target folder and sets four flags: 1 usable, 0 network non-folder, 2 not writable, 3 invalid or
-   unreachable, 4 no network, 5 access refused, 67 other connection error; 87 for a NULL flag pointer, 206 for a share
-   or server\user longer than 259 characters. */
+/* Classifies a backup target, setting the four flags; returns 1 usable, 0 network non-folder, 2 not writable, 3 invalid
+   or unreachable, 4 no network, 5 refused, 67 other connection error, 87 NULL flag, 206 share or user over 259. */
 WRENKITS_API DWORD WINAPI ZN_CheckPath(LPCWSTR path, LPCWSTR user, LPCWSTR password, LPDWORD isNetwork, LPDWORD isOptical, LPDWORD isFolder, LPDWORD isNtfs);
 /* Converts between the short directory layout and the entry record (toEntry non-zero: older record to entry record);
    returns 0, 87 for a NULL pointer, 206 for a name without its terminator (nothing written). */
@@ -423,9 +419,8 @@ WRENKITS_API DWORD WINAPI ZN_CopyDirDataX2(DirDataX2Record *record, DirEntryReco
 /* Net: shares, mapped drives, addresses, domain, adapter configuration     */
 /* ------------------------------------------------------------------------ */
 
-/* Connects the share of a UNC path (user without domain gets the server's, then as given, then Guest) and checks it is
-   reachable, and writable when checkWrite is non-zero; returns 0 (also for a local path), 87 for a NULL argument or no
-   share part, 206 for a share or server\user longer than 259 characters, or the last probe status (5, 53, 112). */
+/* Connects a UNC path's share (user without domain: the server's, as given, then Guest), checks it is reachable
+   (writable if checkWrite); returns 0 (also local), 87 NULL or no share, 206 over 259, the last probe's 5, 53, 112. */
 WRENKITS_API DWORD WINAPI ZN_ConnectNetworkPath(LPCWSTR path, LPCWSTR user, LPCWSTR password, DWORD checkWrite);
 /* Narrow twin of ZN_ConnectNetworkPath; same results, and 206 for a text longer than 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_ConnectNetworkPathA(LPCSTR path, LPCSTR user, LPCSTR password, DWORD checkWrite);
@@ -437,22 +432,19 @@ WRENKITS_API DWORD WINAPI ZN_DisconnectNetworkPathA(LPCSTR path);
 /* Writes the first usable Ethernet or wireless IPv4 address into address (at least 16 characters); returns TRUE when
    one was found, FALSE otherwise (address untouched) and for a NULL address. */
 WRENKITS_API BOOL WINAPI ZN_GetFirstIpAddress(LPWSTR address);
-/* Writes the domain or workgroup name (260 characters) and sets the two flags (neither when the workgroup is named like
-   the computer); returns 0, 87 for a NULL output, 206 for a name longer than 259 characters, or the failing call's
-   error. */
+/* Writes the domain or workgroup name (260 characters) and sets the two flags (neither for a workgroup named like the
+   computer); returns 0, 87 for a NULL output, 206 for a name over 259 characters, or the failing call's error. */
 WRENKITS_API DWORD WINAPI ZN_GetDomainName(LPWSTR name, LPDWORD inDomain, LPDWORD inWorkgroup);
-/* Maps a share to a drive letter with the given credentials (user without domain gets the server's, then as given);
-   returns 0, 87 for a NULL or empty share or a non-letter, 206 for a server or server\user longer than 259 characters,
-   or the error of the last attempt. */
+/* Maps a share to a drive letter (user without domain: the server's, then as given); returns 0, 87 for a NULL or empty
+   share or a non-letter, 206 for a server or server\user over 259 characters, or the error of the last attempt. */
 WRENKITS_API DWORD WINAPI ZN_MapNetDrive(LPCWSTR share, WCHAR driveLetter, LPCWSTR user, LPCWSTR password);
 /* Disconnects a mapped drive letter; returns 0, 87 for a non-letter, or the cancellation error. */
 WRENKITS_API DWORD WINAPI ZN_DisconnectNetDrive(WCHAR driveLetter);
 /* Lists the network adapters into adapters (*count records, adapters may be NULL) and stores the number found in
    *count; returns 0, 87 for a NULL count, 122 when the array is too small, or the open error. */
 WRENKITS_API DWORD WINAPI ZN_EnumNetworkAdapters(AdapterInfo *adapters, LPDWORD count);
-/* Switches one adapter to DHCP or to the static addresses of the record through netsh and the registry; returns 0, 87
-   (NULL record, empty or unterminated field, unknown adapter, empty static address field), 206 for a netsh command
-   longer than 259 characters (nothing run), the connection name's read error, or netsh's exit code. */
+/* Sets an adapter to DHCP or the record's static addresses via netsh; returns 0, 87 (NULL record, empty or unterminated
+   field, unknown adapter, empty static field), 206 (netsh command over 259; none run), a read error, netsh's code. */
 WRENKITS_API DWORD WINAPI ZN_SetNetworkAdapter(const AdapterInfo *adapter);
 
 /* ------------------------------------------------------------------------ */
@@ -461,9 +453,8 @@ WRENKITS_API DWORD WINAPI ZN_SetNetworkAdapter(const AdapterInfo *adapter);
 
 /* Returns TRUE when the running Windows is Vista or later. */
 WRENKITS_API BOOL WINAPI ZN_IsUpVista(void);
-/* Writes the running system's display name (edition, bitness, service pack, build) into name, cut silently at
-   nameChars; returns 0, 50 when the version is unreadable, 126 without GetProductInfo, 87 for a NULL name with a usable
-   capacity. */
+/* Writes the running system's display name (edition, bitness, service pack, build), cut silently at nameChars; returns
+   0, 50 when the version is unreadable, 126 without GetProductInfo, 87 for a NULL name with a usable capacity. */
 WRENKITS_API DWORD WINAPI ZN_GetOSVersion(LPWSTR name, DWORD nameChars);
 /* Reads version, bitness, product name and Windows path of the installation on a drive, mounting its SOFTWARE hive when
    offline (every output optional); returns 0, 87, or the failing step's error. */
@@ -477,9 +468,8 @@ WRENKITS_API BOOL WINAPI ZN_GetSystemVersion(LPDWORD major, LPDWORD minor);
 /* Reports the running system's true version through RtlGetVersion; returns TRUE on success, FALSE on failure or a NULL
    output (refused). */
 WRENKITS_API BOOL WINAPI ZN_GetSystemVersionEx(LPDWORD major, LPDWORD minor);
-/* Reads version bytes, 64-bit flag, product name and installation path (200-byte buffers) of the installation on a
-   drive (every output optional; the path names the given letter); returns TRUE on success, FALSE on failure or a
-   non-letter (refused). */
+/* Reads version bytes, 64-bit flag, product name and path (200-byte buffers, every output optional; the path names the
+   given letter) of the installation on a drive; returns TRUE, or FALSE on failure or a non-letter (refused). */
 WRENKITS_API BOOL WINAPI ZN_GetSystemInfo(WCHAR driveLetter, PBYTE major, PBYTE minor, LPDWORD is64Bit, LPWSTR productName, LPWSTR pathName);
 /* Writes the directory-service database folder (520-byte buffer, no trailing backslash); returns 0, 87 when empty or
    for a NULL buffer, 206 for a value that fills the buffer unterminated, or the registry error. */
@@ -533,9 +523,8 @@ WRENKITS_API DWORD WINAPI ZN_GetExplorerToken(PHANDLE token);
 /* Returns a primary token duplicated from the first process of a non-SYSTEM administrator (else from the last process
    whose token opened), which the caller closes, or NULL. */
 WRENKITS_API HANDLE WINAPI ZN_GetAdminToken(void);
-/* Starts a program on the interactive desktop under the user's (or an administrator's) token, in the folder before the
-   command line's last backslash; returns its exit code when waited for, 0 when not, or the start error. Refuses with 87
-   a NULL or empty command line or one without a backslash, with 206 one longer than 259 characters. */
+/* Starts a program on the user's desktop with the user's (or an admin's) token, in its own folder; returns its exit
+   code if waited for, else 0, or the start error; 87 NULL, empty or backslash-less command line, 206 over 259. */
 WRENKITS_API DWORD WINAPI ZN_PopWindow(LPCWSTR commandLine, BOOL useAdminToken, BOOL wait);
 /* Shuts the machine down (ExitWindowsEx flags, forced; under Windows PE through shutdown.exe, always a shutdown);
    returns 0 or the Win32 error of the failing step. */
@@ -550,9 +539,8 @@ WRENKITS_API DWORD WINAPI ZN_ShutDown(WORD exitFlags);
 WRENKITS_API DWORD WINAPI ZN_LoadRegistry(LPCWSTR hiveFile, LPCWSTR keyName);
 /* Unmounts HKEY_LOCAL_MACHINE\keyName, retrying once with the needed privileges; returns 0 or the error. */
 WRENKITS_API DWORD WINAPI ZN_UnLoadRegistry(LPCWSTR keyName);
-/* Adds a program (quoted path plus arguments, which may be NULL) to the machine Run list of the installation on a
-   drive; returns 0, 87 (unlogged) for a non-letter or empty name/path, 206 over 519 characters of data, else the
-   load/open/write error. */
+/* Adds a program (quoted path, then arguments, which may be NULL) to the Run list of the installation on a drive;
+   returns 0, 87 (unlogged) non-letter or empty name/path, 206 over 519 characters, else the load/open/write error. */
 WRENKITS_API DWORD WINAPI ZN_AddStartupProcess(WCHAR driveLetter, LPCWSTR valueName, LPCWSTR programPath, LPCWSTR arguments);
 /* Removes a value from the machine Run list of the installation on a drive; returns 0, 87 (unlogged) for a non-letter
    or empty name, else the load/open/delete error (2 when absent). */
@@ -617,9 +605,8 @@ WRENKITS_API DWORD WINAPI ZN_StartService(LPCWSTR serviceName);
 /* Stops a service after its active dependants and waits up to 30 seconds; returns 0, 1460 on timeout, 1051 when a
    dependant refused the first request, 87 for a null or empty name, or the error. */
 WRENKITS_API DWORD WINAPI ZN_StopService(LPCWSTR serviceName);
-/* Writes an auto-start service key straight into the registry of the installation on a drive (null or empty display
-   name and description default to the service name); returns 0, 87 (no letter, null or empty name or image path; not
-   logged), 206 when the key or hive path would pass 259 characters, the hive mount's error, or the registry error. */
+/* Writes an auto-start service key into the installation on a drive (display name and description default to the name);
+   returns 0, 87 (unlogged: no letter, empty name or image), 206 key or hive path over 259, mount/registry error. */
 WRENKITS_API DWORD WINAPI ZN_AddService(WCHAR driveLetter, LPCWSTR serviceName, LPCWSTR imagePath, LPCWSTR displayName, LPCWSTR description);
 
 #ifdef __cplusplus
