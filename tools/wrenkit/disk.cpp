@@ -2,7 +2,6 @@
 // disks, shrink sizes, and where a path or a letter lives. The predicates exit with
 // their answer (1 true, 0 false), the other commands with the export's result.
 #include <stdio.h>
-#include <stdlib.h>
 
 #include "Wrenkits.h"
 #include "commands.h"
@@ -11,32 +10,21 @@ namespace {
 
 using namespace wrenkit;
 
-// "0", "12": a disk or partition number; anything else is none.
-bool ParseNumber(const wchar_t* text, DWORD& value) {
-    if (!text || !*text) return false;
-    wchar_t* end = nullptr;
-    const unsigned long v = wcstoul(text, &end, 10);
-    if (*end || text[0] == L'-') return false;
-    value = static_cast<DWORD>(v);
-    return true;
-}
-
-int Mount(const Args& a, bool remove, const wchar_t* name) {
+int Mount(const Args& a, bool remove) {
     DWORD disk = 0, partition = 0;
     WCHAR letter = 0;
-    const wchar_t* given = a.option(L"--letter");
-    if (!ParseNumber(a.at(0), disk) || !ParseNumber(a.at(1), partition)) return Usage(name);
-    if ((given || remove) && !ParseLetter(given, letter)) return Usage(name);
+    if (!a.number(0, disk) || !a.number(1, partition)) return a.usage();
+    if ((remove || a.option(L"--letter")) && !a.letterOption(L"--letter", letter)) return a.usage();
     const DWORD code = ZN_MountPartition(disk, partition, &letter, remove);
     if (code == 0 && !remove) wprintf(L"letter %lc:\n", letter);
     return Result(code);
 }
-int MountCommand(const Args& a) { return Mount(a, false, L"disk mount"); }
-int UnmountCommand(const Args& a) { return Mount(a, true, L"disk unmount"); }
+int MountCommand(const Args& a) { return Mount(a, false); }
+int UnmountCommand(const Args& a) { return Mount(a, true); }
 
 int VolumeNumber(const Args& a) {
     DWORD disk = 0, partition = 0, volume = 0;
-    if (!ParseNumber(a.at(0), disk) || !ParseNumber(a.at(1), partition)) return Usage(L"disk volume");
+    if (!a.number(0, disk) || !a.number(1, partition)) return a.usage();
     const DWORD code = ZN_GetVolumeNum(disk, partition, &volume);
     if (code == 0) wprintf(L"\\\\.\\HarddiskVolume%lu\n", volume);
     return Result(code);
@@ -44,7 +32,7 @@ int VolumeNumber(const Args& a) {
 
 int VolumeDisk(const Args& a) {
     WCHAR letter = 0;
-    if (!ParseLetter(a.at(0), letter)) return Usage(L"volume disk");
+    if (!a.letter(0, letter)) return a.usage();
     DWORD disk = 0xFFFFFFFF;
     const DWORD code = ZN_GetVolumeDisk(letter, &disk);
     // A failed extent query answers 0 without a disk.
@@ -54,7 +42,7 @@ int VolumeDisk(const Args& a) {
 
 int MinSize(const Args& a) {
     WCHAR letter = 0;
-    if (!ParseLetter(a.at(0), letter)) return Usage(L"volume minsize");
+    if (!a.letter(0, letter)) return a.usage();
     ULONGLONG bytes = 0;
     const DWORD code = ZN_GetVolumeMinSize(letter, a.flag(L"--exact"), &bytes);
     if (code == 0) wprintf(L"%llu bytes\n", bytes);
@@ -62,7 +50,6 @@ int MinSize(const Args& a) {
 }
 
 int FsType(const Args& a) {
-    if (!a.at(0)) return Usage(L"drive fstype");
     wchar_t name[MAX_PATH] = {};
     const BOOL ok = ZN_GetFSType(a.at(0), name);
     wprintf(L"%ls\n", ok ? name : L"failed");
@@ -71,14 +58,13 @@ int FsType(const Args& a) {
 
 int Usb(const Args& a) {
     WCHAR letter = 0;
-    if (!ParseLetter(a.at(0), letter)) return Usage(L"drive usb");
+    if (!a.letter(0, letter)) return a.usage();
     const BOOL usb = ZN_IsUsbPartition(letter);
     wprintf(L"%ls\n", usb ? L"usb or removable" : L"not usb");
     return usb;
 }
 
 int PathType(const Args& a) {
-    if (!a.at(0)) return Usage(L"drive pathtype");
     const int type = ZN_GetPathType(a.at(0));
     static const wchar_t* const kNames[] = {L"invalid", L"local", L"unc", L"optical", L"usb"};
     wprintf(L"%d %ls\n", type, type >= -1 && type <= 3 ? kNames[type + 1] : L"?");
@@ -87,7 +73,7 @@ int PathType(const Args& a) {
 
 int Remote(const Args& a) {
     WCHAR letter = 0;
-    if (!ParseLetter(a.at(0), letter)) return Usage(L"drive remote");
+    if (!a.letter(0, letter)) return a.usage();
     wchar_t share[MAX_PATH] = {};
     const BOOL remote = ZN_IsRemoteDrive(letter, share);
     wprintf(L"%ls\n", remote ? share : L"not a network drive");
@@ -95,18 +81,18 @@ int Remote(const Args& a) {
 }
 
 const CommandTable kTable{
-    {L"disk mount", L"DISK PARTITION [--letter L]",
+    {L"disk mount", L"DISK PARTITION [--letter D]",
      L"give a partition a letter through diskpart (the first free one without --letter)", MountCommand},
-    {L"disk unmount", L"DISK PARTITION --letter L", L"take a partition's letter away through diskpart",
+    {L"disk unmount", L"DISK PARTITION --letter D", L"take a partition's letter away through diskpart",
      UnmountCommand},
     {L"disk volume", L"DISK PARTITION", L"the \\\\.\\HarddiskVolumeN that lies on a partition", VolumeNumber},
-    {L"volume disk", L"L", L"the physical disk that holds a volume's first extent", VolumeDisk},
-    {L"volume minsize", L"L [--exact]", L"the size a volume could shrink to (--exact: from its NTFS bitmap)",
+    {L"volume disk", L"D", L"the physical disk that holds a volume's first extent", VolumeDisk},
+    {L"volume minsize", L"D [--exact]", L"the size a volume could shrink to (--exact: from its NTFS bitmap)",
      MinSize},
     {L"drive fstype", L"PATH", L"the file system of the volume that holds a path or share", FsType},
-    {L"drive usb", L"L", L"whether a drive is removable or on USB", Usb},
-    {L"drive pathtype", L"PATH", L"-1 invalid, 0 local, 1 UNC, 2 optical, 3 USB", PathType},
-    {L"drive remote", L"L", L"whether a letter is a mapped network drive, and its share", Remote},
+    {L"drive usb", L"D", L"whether a drive is removable or on USB (exit code 1 = yes)", Usb},
+    {L"drive pathtype", L"PATH", L"-1 invalid, 0 local, 1 UNC, 2 optical, 3 USB (the exit code too)", PathType},
+    {L"drive remote", L"D", L"whether a letter is a mapped network drive, and its share (exit code 1 = yes)", Remote},
 };
 
 }  // namespace

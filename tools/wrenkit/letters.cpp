@@ -1,7 +1,6 @@
 // Commands for drive letters of an offline system, disk identities and BitLocker.
 #include <stdio.h>
 #include <wchar.h>
-#include <wctype.h>
 
 #include "Wrenkits.h"
 #include "commands.h"
@@ -10,16 +9,9 @@ namespace {
 
 using namespace wrenkit;
 
-bool ParseNumber(const wchar_t* text, DWORD& number) {
-    if (!text || !*text) return false;
-    wchar_t* end = nullptr;
-    number = wcstoul(text, &end, 10);
-    return *end == 0 && iswdigit(text[0]);
-}
-
 int Map(const Args& a) {
     WCHAR drive = 0;
-    if (!ParseLetter(a.at(0), drive) || a.at(1)) return Usage(L"letters map");
+    if (!a.letter(0, drive)) return a.usage();
     CHAR map[26] = {};
     const DWORD code = ZN_GetDoscharMapA(static_cast<CHAR>(drive), map);
     for (int i = 0; i < 26; ++i)
@@ -30,21 +22,23 @@ int Map(const Args& a) {
 // With no pairs every letter keeps its own; "DE" gives the running system's D: the letter E:.
 int Repair(const Args& a) {
     WCHAR drive = 0;
-    if (!ParseLetter(a.at(0), drive)) return Usage(L"letters repair");
-    const bool narrow = a.flag(L"--narrow");
+    if (!a.letter(0, drive)) return a.usage();
     WCHAR wide[26] = {};
-    for (int i = 1; i < a.count; ++i) {
-        const wchar_t* pair = a.at(i);
-        if (Is(pair, L"--narrow")) continue;
-        if (wcslen(pair) != 2 || !iswalpha(pair[0]) || !iswalpha(pair[1]) || pair[0] > 0x7f || pair[1] > 0x7f)
-            return Usage(L"letters repair");
-        wide[towupper(pair[0]) - L'A'] = pair[1];
-    }
     bool any = false;
-    for (WCHAR c : wide) any = any || c;
+    for (int i = 1; i < a.count(); ++i) {
+        const wchar_t* pair = a.at(i);
+        const wchar_t from[2] = {pair[0], 0};
+        WCHAR source = 0, target = 0;
+        if (wcslen(pair) != 2 || !ParseLetter(from, source) || !ParseLetter(pair + 1, target)) {
+            fwprintf(stderr, L"wrenkit: \"%ls\" is not a pair of drive letters\n", pair);
+            return a.usage();
+        }
+        wide[source - L'A'] = target;
+        any = true;
+    }
     if (!any)
         for (int i = 0; i < 26; ++i) wide[i] = static_cast<WCHAR>(L'A' + i);
-    if (!narrow) return Result(ZN_RepairDosDevice(drive, wide));
+    if (!a.flag(L"--narrow")) return Result(ZN_RepairDosDevice(drive, wide));
     CHAR map[26];
     for (int i = 0; i < 26; ++i) map[i] = static_cast<CHAR>(wide[i]);
     return Result(ZN_RepairDosDeviceA(static_cast<CHAR>(drive), map));
@@ -52,10 +46,10 @@ int Repair(const Args& a) {
 
 int Clear(const Args& a) {
     WCHAR drive = 0, letter = 0;
-    if (!ParseLetter(a.at(0), drive) || !a.at(1)) return Usage(L"letters clear");
+    if (!a.letter(0, drive)) return a.usage();
     DWORD mask = 0;
-    for (int i = 1; i < a.count; ++i) {
-        if (!ParseLetter(a.at(i), letter)) return Usage(L"letters clear");
+    for (int i = 1; i < a.count(); ++i) {
+        if (!a.letter(i, letter)) return a.usage();
         mask |= 1u << (letter - L'A');
     }
     return Result(ZN_ClearDosDevice(drive, mask));
@@ -63,12 +57,11 @@ int Clear(const Args& a) {
 
 int CopyId(const Args& a) {
     DWORD source = 0, destination = 0;
-    if (!ParseNumber(a.at(0), source) || !ParseNumber(a.at(1), destination) || a.at(2)) return Usage(L"disk copy-id");
+    if (!a.number(0, source) || !a.number(1, destination)) return a.usage();
     return Result(ZN_CopyDiskGuid(source, destination));
 }
 
-int BitLocker(const Args& a) {
-    if (a.at(0)) return Usage(L"bitlocker");
+int BitLocker(const Args&) {
     DWORD mask = 0;
     const HRESULT code = ZN_GetBitLockerVolumes(&mask);
     for (int i = 0; i < 26; ++i)
@@ -78,11 +71,11 @@ int BitLocker(const Args& a) {
 }
 
 const CommandTable kTable{
-    {L"letters map", L"DRIVE",
-     L"show, per running-system letter, the letter the offline system on DRIVE gives that volume", Map},
-    {L"letters repair", L"DRIVE [XY ...] [--narrow]",
-     L"give the offline system on DRIVE the running system's letters, X re-lettered as Y (none: all kept)", Repair},
-    {L"letters clear", L"DRIVE LETTER [LETTER ...]", L"delete letters from the offline system on DRIVE", Clear},
+    {L"letters map", L"D",
+     L"show, per running-system letter, the letter the offline system on D: gives that volume", Map},
+    {L"letters repair", L"D [XY ...] [--narrow]",
+     L"give the offline system on D: the running system's letters, X re-lettered as Y (none: all kept)", Repair},
+    {L"letters clear", L"D LETTER [LETTER ...]", L"delete letters from the offline system on D:", Clear},
     {L"disk copy-id", L"SOURCE DESTINATION", L"copy disk and partition identities from one disk number to another",
      CopyId},
     {L"bitlocker", L"", L"list the letters of BitLocker-protected or locked volumes", BitLocker},

@@ -12,13 +12,11 @@ using namespace wrenkit;
 const wchar_t* Or(const wchar_t* text, const wchar_t* otherwise) { return text ? text : otherwise; }
 
 int Connect(const Args& a) {
-    if (!a.at(0)) return Usage(L"net connect");
     return Result(ZN_ConnectNetworkPath(a.at(0), Or(a.option(L"--user"), L""), Or(a.option(L"--password"), L""),
                                         a.flag(L"--write") ? 1 : 0));
 }
 
 int Check(const Args& a) {
-    if (!a.at(0)) return Usage(L"net check");
     DWORD network = 0, optical = 0, folder = 0, ntfs = 0;
     const DWORD code = ZN_CheckPath(a.at(0), Or(a.option(L"--user"), L""), Or(a.option(L"--password"), L""), &network,
                                     &optical, &folder, &ntfs);
@@ -27,19 +25,18 @@ int Check(const Args& a) {
 }
 
 int Disconnect(const Args& a) {
-    if (!a.at(0)) return Usage(L"net disconnect");
     return Result(ZN_DisconnectNetworkPath(a.at(0)));
 }
 
 int Map(const Args& a) {
     WCHAR letter = 0;
-    if (!a.at(0) || !ParseLetter(a.at(1), letter)) return Usage(L"net map");
+    if (!a.letter(1, letter)) return a.usage();
     return Result(ZN_MapNetDrive(a.at(0), letter, a.option(L"--user"), Or(a.option(L"--password"), L"")));
 }
 
 int Unmap(const Args& a) {
     WCHAR letter = 0;
-    if (!ParseLetter(a.at(0), letter)) return Usage(L"net unmap");
+    if (!a.letter(0, letter)) return a.usage();
     return Result(ZN_DisconnectNetDrive(letter));
 }
 
@@ -89,13 +86,13 @@ int SetStatic(const Args& a) {
     if (!Field(a.at(0), adapter.ServiceName) || !Field(a, L"--ip", adapter.IpAddress) ||
         !Field(a, L"--mask", adapter.SubnetMask) || !Field(a, L"--gateway", adapter.DefaultGateway) ||
         !Field(a, L"--dns1", adapter.PrimaryDns) || !Field(a, L"--dns2", adapter.SecondaryDns))
-        return Usage(L"net set-static");
+        return a.usage();
     return Result(ZN_SetNetworkAdapter(&adapter));
 }
 
 int SetDhcp(const Args& a) {
     AdapterInfo adapter = {};
-    if (!Field(a.at(0), adapter.ServiceName)) return Usage(L"net set-dhcp");
+    if (!Field(a.at(0), adapter.ServiceName)) return a.usage();
     adapter.DhcpEnabled = 1;
     return Result(ZN_SetNetworkAdapter(&adapter));
 }
@@ -109,8 +106,8 @@ const CommandTable kTable{
      L"5 access refused, 67 other connection error",
      Check},
     {L"net disconnect", L"\\\\SERVER\\SHARE[\\FOLDER]", L"cancel the connection to a share", Disconnect},
-    {L"net map", L"\\\\SERVER\\SHARE LETTER [--user U] [--password P]", L"map a share to a drive letter", Map},
-    {L"net unmap", L"LETTER", L"disconnect a mapped drive letter", Unmap},
+    {L"net map", L"\\\\SERVER\\SHARE D [--user U] [--password P]", L"map a share to a drive letter", Map},
+    {L"net unmap", L"D", L"disconnect a mapped drive letter", Unmap},
     {L"net ip", L"", L"print the first Ethernet or wireless IPv4 address (exit code 1 = found)", Ip},
     {L"net domain", L"", L"print the domain or workgroup name", Domain},
     {L"net adapters", L"", L"list the network adapters with their IPv4 settings", Adapters},

@@ -1,6 +1,5 @@
 // Commands for processes, the user's session and shutting down.
 #include <stdio.h>
-#include <stdlib.h>
 
 #include "Wrenkits.h"
 #include "commands.h"
@@ -10,7 +9,6 @@ namespace {
 using namespace wrenkit;
 
 int Find(const Args& a) {
-    if (!a.at(0)) return Usage(L"proc find");
     DWORD pid = 0;
     const BOOL found = ZN_ProcessExist(a.at(0), &pid);
     if (found) wprintf(L"pid %lu\n", pid);
@@ -18,28 +16,26 @@ int Find(const Args& a) {
 }
 
 int Stop(const Args& a) {
-    if (!a.at(0)) return Usage(L"proc stop");
     return Result(ZN_StopProcess(a.at(0)));
 }
 
 int Show(const Args& a) {
-    wchar_t* end = nullptr;
-    const unsigned long pid = a.at(0) ? wcstoul(a.at(0), &end, 10) : 0;
-    if (!a.at(0) || *end) return Usage(L"proc show");
+    DWORD pid = 0;
+    if (!a.number(0, pid)) return a.usage();
     return Result(ZN_ShowProcessWind(pid));
 }
 
 int PopWindow(const Args& a) {
-    if (!a.at(0)) return Usage(L"popwindow");
     return Result(ZN_PopWindow(a.at(0), a.flag(L"--admin"), !a.flag(L"--nowait")));
 }
 
 // Ending the session is never done by a slip of the keyboard: the switch must be given.
 int ShutDown(const Args& a) {
-    const wchar_t* flags = a.option(L"--flags");
-    wchar_t* end = nullptr;
-    const unsigned long value = flags ? wcstoul(flags, &end, 0) : 0;
-    if (!flags || *end || value > 0xFFFF || !a.flag(L"--really")) return Usage(L"shutdown");
+    DWORD value = 0;
+    if (!ParseNumber(a.option(L"--flags"), value, 0) || value > 0xFFFF) {
+        fwprintf(stderr, L"wrenkit: --flags \"%ls\" is not a number up to 0xFFFF\n", a.option(L"--flags"));
+        return a.usage();
+    }
     return Result(ZN_ShutDown(static_cast<WORD>(value)));
 }
 

@@ -6,15 +6,8 @@ namespace {
 
 using namespace wrenkit;
 
-int Load(const Args& a) {
-    if (!a.at(1)) return Usage(L"hive load");
-    return Result(ZN_LoadRegistry(a.at(0), a.at(1)));
-}
-
-int Unload(const Args& a) {
-    if (!a.at(0)) return Usage(L"hive unload");
-    return Result(ZN_UnLoadRegistry(a.at(0)));
-}
+int Load(const Args& a) { return Result(ZN_LoadRegistry(a.at(0), a.at(1))); }
+int Unload(const Args& a) { return Result(ZN_UnLoadRegistry(a.at(0))); }
 
 const CommandTable kTable{
     {L"hive load", L"FILE NAME", L"mount a hive file under HKLM\\NAME (repairing a damaged header)", Load},

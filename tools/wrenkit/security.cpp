@@ -22,13 +22,13 @@ int Done(BOOL ok) {
 
 int Backup(const Args& a) {
     BOOL on = FALSE;
-    if (!OnOff(a.at(0), on)) return Usage(L"priv backup");
+    if (!OnOff(a.at(0), on)) return a.usage();
     return Done(on ? ZN_EnableBackupRestorePrivilege() : ZN_DisableBackupRestorePrivilege());
 }
 
 int Set(const Args& a) {
     BOOL on = FALSE;
-    if (!a.at(0) || !OnOff(a.at(1), on)) return Usage(L"priv set");
+    if (!OnOff(a.at(1), on)) return a.usage();
     return Done(ZN_SetPrivilegeW(a.at(0), on));
 }
 

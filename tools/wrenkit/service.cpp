@@ -1,5 +1,5 @@
 // Commands for services and kernel drivers.
-#include <stdlib.h>
+#include <stdio.h>
 
 #include <string>
 
@@ -18,40 +18,40 @@ std::string Narrow(const wchar_t* text) {
     return out;
 }
 
-int Installed(const Args& a) { return a.at(0) ? Result(ZN_ServiceInstalled(a.at(0))) : Usage(L"service installed"); }
-int Running(const Args& a) { return a.at(0) ? Result(ZN_ServiceIsRunning(a.at(0))) : Usage(L"service running"); }
-int Start(const Args& a) { return a.at(0) ? Result(ZN_StartService(a.at(0))) : Usage(L"service start"); }
-int Stop(const Args& a) { return a.at(0) ? Result(ZN_StopService(a.at(0))) : Usage(L"service stop"); }
-int Remove(const Args& a) { return a.at(0) ? Result(ZN_RemoveService(a.at(0))) : Usage(L"service remove"); }
+int Installed(const Args& a) { return Result(ZN_ServiceInstalled(a.at(0))); }
+int Running(const Args& a) { return Result(ZN_ServiceIsRunning(a.at(0))); }
+int Start(const Args& a) { return Result(ZN_StartService(a.at(0))); }
+int Stop(const Args& a) { return Result(ZN_StopService(a.at(0))); }
+int Remove(const Args& a) { return Result(ZN_RemoveService(a.at(0))); }
 
 int Install(const Args& a) {
-    if (!a.at(2)) return Usage(L"service install");
-    const wchar_t* type = a.option(L"--type");
-    if (!type) return Result(ZN_InstallService(a.at(0), a.at(1), a.at(2)));
-    return Result(ZN_InstallServiceEx(a.at(0), a.at(1), a.at(2), wcstoul(type, nullptr, 0)));
+    DWORD type = 0;
+    if (!a.option(L"--type")) return Result(ZN_InstallService(a.at(0), a.at(1), a.at(2)));
+    if (!ParseNumber(a.option(L"--type"), type, 0)) {
+        fwprintf(stderr, L"wrenkit: --type \"%ls\" is not a number\n", a.option(L"--type"));
+        return a.usage();
+    }
+    return Result(ZN_InstallServiceEx(a.at(0), a.at(1), a.at(2), type));
 }
 
 int Control(const Args& a) {
-    if (!a.at(1)) return Usage(L"service control");
-    return Result(ZN_ControlService(a.at(0), static_cast<WORD>(wcstoul(a.at(1), nullptr, 10))));
+    DWORD operation = 0;
+    if (!a.number(1, operation) || operation > 0xFFFF) return a.usage();
+    return Result(ZN_ControlService(a.at(0), static_cast<WORD>(operation)));
 }
 
 int Add(const Args& a) {
     WCHAR letter = 0;
-    const wchar_t* name = a.option(L"--name");
-    const wchar_t* image = a.option(L"--image");
-    if (!ParseLetter(a.option(L"--drive"), letter) || !name || !image) return Usage(L"service add");
-    return Result(ZN_AddService(letter, name, image, a.option(L"--display"), a.option(L"--description")));
+    if (!a.letterOption(L"--drive", letter)) return a.usage();
+    return Result(ZN_AddService(letter, a.option(L"--name"), a.option(L"--image"), a.option(L"--display"),
+                                a.option(L"--description")));
 }
 
 int LoadDriver(const Args& a) {
-    if (!a.at(1)) return Usage(L"driver load");
     return Result(ZN_LoadNtDriver(Narrow(a.at(0)).c_str(), Narrow(a.at(1)).c_str()));
 }
 
-int RemoveDriver(const Args& a) {
-    return a.at(0) ? Result(ZN_RemoverNtDriver(Narrow(a.at(0)).c_str())) : Usage(L"driver remove");
-}
+int RemoveDriver(const Args& a) { return Result(ZN_RemoverNtDriver(Narrow(a.at(0)).c_str())); }
 
 const CommandTable kTable{
     {L"service installed", L"NAME", L"1 when the service exists, else 0", Installed},

@@ -49,14 +49,13 @@ int Info(const Args&) {
 
 int Boot(const Args& a) {
     WCHAR letter = 0;
-    if (!ParseLetter(a.at(0), letter)) return Usage(L"partition boot");
+    if (!a.letter(0, letter)) return a.usage();
     const BOOL boot = ZN_IsBootPartition(letter);
     wprintf(L"%lc: %ls\n", letter, boot ? L"is the boot partition" : L"is not the boot partition");
     return boot;
 }
 
 int ImageVersion(const Args& a) {
-    if (!a.at(0)) return Usage(L"image version");
     WORD minor = 0;
     const WORD major = ZN_GetImageVersion(a.at(0), &minor);
     wprintf(L"image format %u.%u\n", major, minor);
@@ -65,7 +64,7 @@ int ImageVersion(const Args& a) {
 
 const CommandTable kTable{
     {L"info", L"", L"running Windows, installations on every letter, PE, product and a free letter", Info},
-    {L"partition boot", L"LETTER", L"tell whether a volume is the firmware's boot partition (exit code 1 = yes)", Boot},
+    {L"partition boot", L"D", L"tell whether a volume is the firmware's boot partition (exit code 1 = yes)", Boot},
     {L"image version", L"FILE", L"read an image file's format version through Qorlib (exit code = major)",
      ImageVersion},
 };
