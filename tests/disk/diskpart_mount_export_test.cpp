@@ -33,7 +33,7 @@ TEST(MountPartition, CommandsSentToDiskpart) {
         const char* volume = kVolume;
     } cases[] = {
         {"given letter; row 3 is partition 4", 3, 0, 0, L'e', nullptr, "0 e", select + "4|detail partition|sel vol 3|assign letter=e:|exit", ""},
-        {"no letter: first free from C", 2, 0, 0x400000C, 0, nullptr, "0 E", select + "2|detail partition|sel vol 3|assign letter=E:|exit", ""},
+        {"no letter: first free from C, A and B never", 2, 0, 0x8, 0, nullptr, "0 C", select + "2|detail partition|sel vol 3|assign letter=C:|exit", ""},
         {"none free: '*' handed back and sent", 2, 0, 0x3FFFFFF, L'?', nullptr, "0 *", select + "2|detail partition|sel vol 3|assign letter=*:|exit", ""},
         {"remove; partition 0 is row 1; windows folder unknown", 0, 1, 0, L'F', "GetWindowsDirectoryW", "0 F", "C:\\Windows" + program + "|sel partition 1|detail partition|sel vol 3|remove letter=F:|exit", "ZN_MountPartition get windows directory error: 5"},
         {"partition beyond the rows", 4, 0, 0, L'E', nullptr, "2 E", run + "|exit", ""},
