@@ -63,6 +63,7 @@ TEST(DriveLetters, RepairClearAndMapOnTheOfflineSystemHive) {
         {"narrow: no map", [] { return ZN_RepairDosDeviceA('W', nullptr); }, 87, kOffline, "ZN_RepairDosDeviceA" + noMap},
         {"narrow: HKLM\\Z\\MountedDevices missing", [] { return ZN_RepairDosDeviceA('W', MapA("DD").c_str()); }, 2, kOffline, narrow + "open Z\\MountedDevices error: 2"},
         {"narrow: works in HKLM\\Z\\MountedDevices", [] { return Key(L"Z\\MountedDevices", {{"stale", "x"}}), ZN_RepairDosDeviceA('W', MapA("DeQQ").c_str()); }, 0, kOffline, narrow + "D ==> e|" + narrow + "query \\DosDevices\\Q: error: 2", "##########################", {{L('E'), "disk-d-long"}}},
+        {"clear: mask 0 deletes nothing", [] { return ZN_ClearDosDevice(L'W', 0); }, 0, kOffline, ""},
         {"clear C, a missing D, bits past Z", [] { return ZN_ClearDosDevice(L'W', 0xfc00000c); }, 0, {{L('E'), "disk-d-long"}, {L('F'), "disk-f"}, {"\\??\\Volume{1}", "vol"}}, "ZN_ClearDosDevice delete \\DosDevices\\C: successfully|ZN_ClearDosDevice delete \\DosDevices\\D: error: 2"},
         {"clear: drive no letter", [] { return ZN_ClearDosDevice(WCHAR(0x157), 4); }, 87, kOffline, "ZN_ClearDosDevice" + refused},
         {"map: A never looked at, K no drive, lowest prefix wins", [] { return ZN_GetDoscharMapA('W', g_map); }, 0, kOffline, "ZN_GetDoscharMapA  D ---> C|ZN_GetDoscharMapA  F ---> F|ZN_GetDoscharMapA  G ---> F", "...C.FF..................."},

@@ -49,7 +49,7 @@ struct Answer {
 struct Machine {
     // Keys: "open PATH ACCESS" (hex; opened otherwise, a device does not exist), "PATH CODE"
     // (hex), "type ROOT", "fs ROOT" (the name), "clusters ROOT" (sectors per cluster, bytes
-    // per sector, free and total clusters), "WNetOpenEnumW" (its failure).
+    // per sector, free and total clusters, for GetDiskFreeSpaceExW too), "WNetOpenEnumW 100" (its failure).
     std::map<std::string, Answer> answers;
     std::vector<std::vector<std::pair<std::wstring, std::wstring>>> connections;  // batches of (remote, local)
     DWORD drives = 0;
@@ -101,6 +101,16 @@ private:
         for (int i = 0; i < 4; ++i) memcpy(outs[i], a->bytes.data() + 4 * i, 4);
         return TRUE;
     }
+    // The quick size from the same counts; the caller's quota is nothing, which shows should it be read.
+    static BOOL WINAPI Space(LPCWSTR root, PULARGE_INTEGER quota, PULARGE_INTEGER total, PULARGE_INTEGER totalFree) {
+        DWORD c[4];
+        if (!Clusters(root, &c[0], &c[1], &c[2], &c[3])) return FALSE;
+        const ULONGLONG cluster = 1ull * c[0] * c[1];
+        if (quota) quota->QuadPart = 0;
+        if (total) total->QuadPart = cluster * c[3];
+        if (totalFree) totalFree->QuadPart = cluster * c[2];
+        return TRUE;
+    }
     static DWORD WINAPI Drives() { return self->drives; }
     static DWORD WINAPI OpenEnum(DWORD scope, DWORD type, DWORD usage, LPNETRESOURCEW, LPHANDLE h) {
         const Answer* a = Ask("WNetOpenEnumW " + std::to_string(scope) + std::to_string(type) + std::to_string(usage));
@@ -126,12 +136,13 @@ private:
     static inline const Answer kNoFunction{ERROR_INVALID_FUNCTION};
     static void* F(auto fn) { return reinterpret_cast<void*>(fn); }
     size_t batch_ = 0, handles_ = 0;
-    wrtest::ImportHook hooks_[10] = {
+    wrtest::ImportHook hooks_[11] = {
         {"KERNEL32.dll", "CreateFileW", F(Create)},         {"KERNEL32.dll", "DeviceIoControl", F(Control)},
         {"KERNEL32.dll", "CloseHandle", F(Close)},          {"KERNEL32.dll", "GetDriveTypeW", F(Type)},
         {"KERNEL32.dll", "GetVolumeInformationW", F(Info)}, {"KERNEL32.dll", "GetDiskFreeSpaceW", F(Clusters)},
-        {"KERNEL32.dll", "GetLogicalDrives", F(Drives)},    {"MPR.dll", "WNetOpenEnumW", F(OpenEnum)},
-        {"MPR.dll", "WNetEnumResourceW", F(Enum)},          {"MPR.dll", "WNetCloseEnum", F(CloseEnum)}};
+        {"KERNEL32.dll", "GetDiskFreeSpaceExW", F(Space)},  {"KERNEL32.dll", "GetLogicalDrives", F(Drives)},
+        {"MPR.dll", "WNetOpenEnumW", F(OpenEnum)},          {"MPR.dll", "WNetEnumResourceW", F(Enum)},
+        {"MPR.dll", "WNetCloseEnum", F(CloseEnum)}};
 };
 
 // One table row: what a call answered (its result, then what it wrote), what it asked
