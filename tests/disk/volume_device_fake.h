@@ -50,6 +50,7 @@ struct Machine {
     // Keys: "open PATH ACCESS" (hex; opened otherwise, a device does not exist), "PATH CODE"
     // (hex), "type ROOT", "fs ROOT" (the name), "clusters ROOT" (sectors per cluster, bytes
     // per sector, free and total clusters, for GetDiskFreeSpaceExW too), "WNetOpenEnumW 100" (its failure).
+    // A root not named has no drive: type 1, error 3.
     std::map<std::string, Answer> answers;
     std::vector<std::vector<std::pair<std::wstring, std::wstring>>> connections;  // batches of (remote, local)
     DWORD drives = 0;
@@ -80,7 +81,7 @@ private:
         for (unsigned char b : self->input) shown += Hex(b >> 4) + Hex(b & 15);
         self->journal.push_back(self->open[h] + " " + Hex(code) + (inBytes > 16 ? "" : shown) + " out " + std::to_string(outBytes));
         const Answer* a = Ask(self->open[h] + " " + Hex(code), false);
-        if (!a || a->code) return Fail(a ? a : &kNoFunction);
+        if (!a || a->code) return SetLastError(a ? a->code : ERROR_INVALID_FUNCTION), FALSE;
         *returned = static_cast<DWORD>(std::min<size_t>(a->bytes.size(), outBytes));
         memcpy(out, a->bytes.data(), *returned);
         return *returned < a->bytes.size() ? SetLastError(ERROR_MORE_DATA), FALSE : TRUE;
@@ -133,7 +134,6 @@ private:
     }
     static DWORD WINAPI CloseEnum(HANDLE h) { return self->open.erase(h), NO_ERROR; }
 
-    static inline const Answer kNoFunction{ERROR_INVALID_FUNCTION};
     static void* F(auto fn) { return reinterpret_cast<void*>(fn); }
     size_t batch_ = 0, handles_ = 0;
     wrtest::ImportHook hooks_[11] = {
