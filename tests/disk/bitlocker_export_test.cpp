@@ -89,6 +89,7 @@ TEST(GetBitLockerVolumes, MarksTheLettersOfProtectedAndLockedVolumes) {
     const Lines setUp = {"create locator", "ROOT\\CIMV2\\Security\\MicrosoftVolumeEncryption", "blanket 10033", "WQL SELECT * FROM Win32_EncryptableVolume 48"};
     auto Path = [](char c) { return "Win32_EncryptableVolume.DeviceID='\\\\?\\" + Utf8(Id(c).substr(4)) + "'"; };
     const std::string name = "ZN_GetBitLockerVolumes ", status = name + "get protect status of ";
+    const Lines walked = {status + Path('E') + " error: 0x80310000", name + "volume " + Utf8(Id('F')) + " F:\\ state:\xE3\x80\x80" "3", status + Path('H') + " error: 0x80041002", status + Path('I') + " error: 0x80070005"};
     const struct {
         const char* name;
         std::vector<Volume> volumes;
@@ -97,8 +98,7 @@ TEST(GetBitLockerVolumes, MarksTheLettersOfProtectedAndLockedVolumes) {
         DWORD mask;
         Lines log;
     } cases[] = {
-        {"unprotected C, protected D, no letter, locked E, state 3 on F, unknown G, failing H and I", {{'C', 0}, {'D'}, {0}, {'E', 0, HRESULT(0x80310000)}, {'F', 3}, {'G', 2}, {'H', 1, HRESULT(WBEM_E_NOT_FOUND)}, {'I', 1, S_OK, E_ACCESSDENIED}}, kNone, WBEM_S_FALSE, 0x58,
-         {status + Path('E') + " error: 0x80310000", name + "volume " + Utf8(Id('F')) + " F:\\ state:\xE3\x80\x80" "3", status + Path('H') + " error: 0x80041002", status + Path('I') + " error: 0x80070005"}},
+        {"unprotected C, protected D, no letter, locked E, state 3 on F, unknown G, failing H and I", {{'C', 0}, {'D'}, {0}, {'E', 0, HRESULT(0x80310000)}, {'F', 3}, {'G', 2}, {'H', 1, HRESULT(WBEM_E_NOT_FOUND)}, {'I', 1, S_OK, E_ACCESSDENIED}}, kNone, WBEM_S_FALSE, 0x58, walked},
         {"DeviceID read fails: walk ends, bits kept", {{'D'}, {'E', 1, S_OK, S_OK, E_FAIL}, {'F'}}, kNone, E_FAIL, 8, {name + "get DeviceID error: 0x80004005"}},
         {"enumeration breaks", {{'D'}}, kNone, RPC_E_DISCONNECTED, 8, {}},
         {"no locator", {}, kCreate, REGDB_E_CLASSNOTREG, 0, {name + "call CoCreateInstance error: 0x80040154"}},

@@ -27,10 +27,10 @@ TEST(VolumeExtents, VolumeNumberAndDiskFromTheExtents) {
     auto Num = [](DWORD disk, DWORD partition) { return Answered<DWORD>([=](DWORD* n) { return ZN_GetVolumeNum(disk, partition, n); }); };
     auto Disk = [](WCHAR letter) { return Answered<DWORD>([=](DWORD* n) { return ZN_GetVolumeDisk(letter, n); }); };
     const std::string num = "ZN_GetVolumeNum ", volume = "\\\\.\\HarddiskVolume", info = " 70048 out 144", extents = " 560000 out 32";
+    const std::string spanned = num + "get volume extents of \\\\.\\HarddiskVolume6 error: 234|" + num + "get partition info of \\\\.\\HarddiskVolume7 error: 50|" + num + "find no volume of partition 3 on disk 0";
     disktest::Run({
         {"scan passes gaps and disk 1's partition 2", Num(0, 2), "0 5", volume + "1" + info + "|" + volume + "2" + info + "|" + volume + "2" + extents + "|" + volume + "5" + info + "|" + volume + "5" + extents, num + "disk 0, partition 2, \\\\.\\HarddiskVolume5"},
-        {"spanned volume: no room for its second extent", Num(0, 3), "1168 deadbeef", volume + "1" + info + "|" + volume + "2" + info + "|" + volume + "5" + info + "|" + volume + "6" + info + "|" + volume + "6" + extents + "|" + volume + "7" + info,
-         num + "get volume extents of \\\\.\\HarddiskVolume6 error: 234|" + num + "get partition info of \\\\.\\HarddiskVolume7 error: 50|" + num + "find no volume of partition 3 on disk 0"},
+        {"spanned volume: no room for its second extent", Num(0, 3), "1168 deadbeef", volume + "1" + info + "|" + volume + "2" + info + "|" + volume + "5" + info + "|" + volume + "6" + info + "|" + volume + "6" + extents + "|" + volume + "7" + info, spanned},
         {"volume on four disks reports the first extent's", Disk(L'e'), "0 3", "\\\\.\\e: 560000 out 128", ""},
         {"failed extent query still answers 0", Disk(L'F'), "0 deadbeef", "\\\\.\\F: 560000 out 128", "ZN_GetVolumeDisk get volume extents of \\\\.\\F: error: 1"},
         {"no extents", Disk(L'G'), "2 deadbeef", "\\\\.\\G: 560000 out 128", ""},
