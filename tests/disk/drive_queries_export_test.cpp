@@ -15,10 +15,8 @@ std::function<std::string()> Answered(std::function<int()> call) {
         return std::to_string(result) + " " + wrtest::Narrow(g_text);
     };
 }
-std::string Adapter(BYTE bus) {
-    STORAGE_ADAPTER_DESCRIPTOR a = {};
-    a.BusType = bus;
-    return disktest::Bytes(a);
+std::string Adapter(BYTE bus) {  // the descriptor, zero but for its bus type
+    return std::string(offsetof(STORAGE_ADAPTER_DESCRIPTOR, BusType), '\0') + char(bus) + std::string(sizeof(STORAGE_ADAPTER_DESCRIPTOR) - 25, '\0');
 }
 
 TEST(DriveQueries, FileSystemPathTypeUsbAndRemoteDrive) {
