@@ -52,26 +52,32 @@ void ValueName(wchar_t (&out)[kValueNameChars], wchar_t letter) {
 }
 
 // The repair's two widths differ in their registry calls, their messages and the
-// offline key they open; everything else is one body.
-struct WideRepair {
+// offline key they open; everything else is one body. The calls of one width, each
+// still made through the import table:
+template <auto OpenKey, auto EnumValue, auto DeleteValue, auto QueryValue, auto SetValue>
+struct RegistryCalls {
+    static LSTATUS Open(const auto* path, REGSAM access, HKEY* key) {
+        return OpenKey(HKEY_LOCAL_MACHINE, path, 0, access, key);
+    }
+    static LSTATUS FirstValue(HKEY key, auto* name, DWORD* chars) {
+        return EnumValue(key, 0, name, chars, nullptr, nullptr, nullptr, nullptr);
+    }
+    static LSTATUS Delete(HKEY key, const auto* name) { return DeleteValue(key, name); }
+    static LSTATUS Query(HKEY key, const auto* name, DWORD* type, BYTE* data, DWORD* bytes) {
+        return QueryValue(key, name, nullptr, type, data, bytes);
+    }
+    static LSTATUS Set(HKEY key, const auto* name, DWORD type, const BYTE* data, DWORD bytes) {
+        return SetValue(key, name, 0, type, data, bytes);
+    }
+};
+
+struct WideRepair
+    : RegistryCalls<::RegOpenKeyExW, ::RegEnumValueW, ::RegDeleteValueW, ::RegQueryValueExW, ::RegSetValueExW> {
     using Char = wchar_t;
     static constexpr char kName[] = "ZN_RepairDosDevice";
     static constexpr wchar_t kRunningKey[] = L"SYSTEM\\MountedDevices";
     static void TargetKey(wchar_t (&out)[kPathChars]) {
         _snwprintf_s(out, _TRUNCATE, L"%s\\MountedDevices", kMountName);
-    }
-    static LSTATUS Open(const wchar_t* path, REGSAM access, HKEY* key) {
-        return ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, access, key);
-    }
-    static LSTATUS FirstValue(HKEY key, wchar_t* name, DWORD* chars) {
-        return ::RegEnumValueW(key, 0, name, chars, nullptr, nullptr, nullptr, nullptr);
-    }
-    static LSTATUS Delete(HKEY key, const wchar_t* name) { return ::RegDeleteValueW(key, name); }
-    static LSTATUS Query(HKEY key, const wchar_t* name, DWORD* type, BYTE* data, DWORD* bytes) {
-        return ::RegQueryValueExW(key, name, nullptr, type, data, bytes);
-    }
-    static LSTATUS Set(HKEY key, const wchar_t* name, DWORD type, const BYTE* data, DWORD bytes) {
-        return ::RegSetValueExW(key, name, 0, type, data, bytes);
     }
     static void LogOpenFailed(const wchar_t* path, LSTATUS s) { LogW(L"%S open %s error: %d", kName, path, s); }
     static void LogQueryFailed(const wchar_t* v, LSTATUS s) { LogW(L"%S query %s error: %d", kName, v, s); }
@@ -79,7 +85,8 @@ struct WideRepair {
     static void LogMapped(wchar_t from, wchar_t to) { LogW(L"%S %c ==> %c", kName, from, to); }
 };
 
-struct NarrowRepair {
+struct NarrowRepair
+    : RegistryCalls<::RegOpenKeyExA, ::RegEnumValueA, ::RegDeleteValueA, ::RegQueryValueExA, ::RegSetValueExA> {
     using Char = char;
     static constexpr char kName[] = "ZN_RepairDosDeviceA";
     static constexpr char kRunningKey[] = "SYSTEM\\MountedDevices";
@@ -88,19 +95,6 @@ struct NarrowRepair {
     // which normally does not exist. Callers know the variant by that failure.
     static void TargetKey(char (&out)[kPathChars]) {
         _snprintf_s(out, _TRUNCATE, "%c\\MountedDevices", static_cast<char>(kMountName[0]));
-    }
-    static LSTATUS Open(const char* path, REGSAM access, HKEY* key) {
-        return ::RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, access, key);
-    }
-    static LSTATUS FirstValue(HKEY key, char* name, DWORD* chars) {
-        return ::RegEnumValueA(key, 0, name, chars, nullptr, nullptr, nullptr, nullptr);
-    }
-    static LSTATUS Delete(HKEY key, const char* name) { return ::RegDeleteValueA(key, name); }
-    static LSTATUS Query(HKEY key, const char* name, DWORD* type, BYTE* data, DWORD* bytes) {
-        return ::RegQueryValueExA(key, name, nullptr, type, data, bytes);
-    }
-    static LSTATUS Set(HKEY key, const char* name, DWORD type, const BYTE* data, DWORD bytes) {
-        return ::RegSetValueExA(key, name, 0, type, data, bytes);
     }
     static void LogOpenFailed(const char* path, LSTATUS s) { LogA("%s open %s error: %d", kName, path, s); }
     static void LogQueryFailed(const char* v, LSTATUS s) { LogA("%s query %s error: %d", kName, v, s); }

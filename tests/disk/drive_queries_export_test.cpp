@@ -1,174 +1,59 @@
-// Drive and file-system queries against the real DLL, with the drive types, file
-// systems, storage adapters and network connections Wine cannot give served at the
-// DLL's import table.
-#include <gtest/gtest.h>
-#include <windows.h>
-#include <winnetwk.h>
-
-#include <functional>
-#include <string>
-#include <utility>
-#include <vector>
-
+// Where a path or a drive lives: file systems, drive types, storage adapters and the
+// network connections of the fake machine.
 #include "Wrenkits.h"
 #include "disk/volume_device_fake.h"
 
-using disktest::Call;
-using disktest::Devices;
-using disktest::Drives;
-
 namespace {
 
-const std::string kAdapterQuery("\x01\0\0\0\0\0\0\0\0\0\0\0", 12);  // adapter property, standard query
+wchar_t g_text[MAX_PATH];
 
-std::string Adapter(BYTE bus) {
-    STORAGE_ADAPTER_DESCRIPTOR a = {};
-    a.Version = a.Size = sizeof a;
-    a.BusType = bus;
-    return disktest::Bytes(a);
-}
-
-struct QueryCase {
-    const char* name;
-    std::function<int()> call;
-    int result;
-    std::vector<std::string> asked;  // drive questions, in order
-    std::vector<std::string> log = {};
-    std::vector<Call> requests = {};
-};
-
-TEST(DriveQueries, FileSystemPathTypeAndUsbAnswers) {
-    static wchar_t fs[MAX_PATH];
-    auto FsType = [](const wchar_t* path) { return [=] { return int(ZN_GetFSType(path, fs)); }; };
-    auto PathType = [](const wchar_t* path) { return [=] { return ZN_GetPathType(path); }; };
-    const std::wstring longShare = L"\\\\nas\\" + std::wstring(260, L's') + L"\\file.img";
-    const QueryCase cases[] = {
-        {"UNC file asks for its share", FsType(L"\\\\nas\\backup\\pc1\\file.img"), 1,
-         {"GetVolumeInformationW \\\\nas\\backup\\ 260"}, {"ZN_GetFSType FS type of \\\\nas\\backup\\ is NTFS"}},
-        {"bare share gets its backslash", FsType(L"\\\\nas\\backup"), 1, {"GetVolumeInformationW \\\\nas\\backup\\ 260"},
-         {"ZN_GetFSType FS type of \\\\nas\\backup\\ is NTFS"}},
-        {"only the first character of a local path counts", FsType(L"Elephant"), 1,
-         {"GetVolumeInformationW E:\\ 260"}, {"ZN_GetFSType FS type of E:\\ is FAT32"}},
-        {"failed volume query", FsType(L"q:"), 0, {"GetVolumeInformationW q:\\ 260"},
-         {"ZN_GetFSType call GetVolumeInformationW on q:\\ error: 3"}},
-        {"share name too long for a root is refused, not cut", FsType(longShare.c_str()), 0, {},
-         {"ZN_GetFSType refused: share of the path is longer than 259 characters"}},
-        {"two backslashes are a UNC path", PathType(L"\\\\"), 1, {}},
-        {"one character is no path", PathType(L"C"), -1, {}},
-        {"optical drive", PathType(L"D:\\setup.exe"), 2, {"GetDriveTypeW D:\\"}},
-        {"USB disk reported as fixed; upper-cased device", PathType(L"e:\\img"), 3,
-         {"GetDriveTypeW e:\\", "GetDriveTypeW e:\\"}, {},
-         {{"\\\\.\\E:", IOCTL_STORAGE_QUERY_PROPERTY, kAdapterQuery}}},
-        {"card reader counts without asking the device", PathType(L"f:\\"), 3,
-         {"GetDriveTypeW f:\\", "GetDriveTypeW f:\\"}},
-        {"SATA disk is local", PathType(L"G:"), 0, {"GetDriveTypeW G:\\", "GetDriveTypeW G:\\"}, {},
-         {{"\\\\.\\G:", IOCTL_STORAGE_QUERY_PROPERTY, kAdapterQuery}}},
-        {"device that cannot be opened", [] { return int(ZN_IsUsbPartition(L'H')); }, 0, {"GetDriveTypeW H:\\"},
-         {"ZN_IsUsbPartition open device \\\\.\\H: error: 5"}},
+// The result, then the text buffer as the call left it.
+std::function<std::string()> Answered(std::function<int()> call) {
+    return [=] {
+        wcscpy_s(g_text, L"untouched");
+        const int result = call();
+        return std::to_string(result) + " " + wrtest::Narrow(g_text);
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Drives drives;
-        drives.Type("D:\\", DRIVE_CDROM).Type("e:\\", DRIVE_FIXED).Type("f:\\", DRIVE_REMOVABLE)
-            .Type("G:\\", DRIVE_FIXED).Type("H:\\", DRIVE_FIXED)
-            .FileSystem("\\\\nas\\backup\\", "NTFS").FileSystem("E:\\", "FAT32").FileSystem("q:\\", "", 3);
-        Devices devices;
-        devices.On("\\\\.\\E:", IOCTL_STORAGE_QUERY_PROPERTY, {0, Adapter(BusTypeUsb)})
-            .On("\\\\.\\G:", IOCTL_STORAGE_QUERY_PROPERTY, {0, Adapter(BusTypeSata)})
-            .Refuse("\\\\.\\H:", ERROR_ACCESS_DENIED);
-        wrtest::LogCapture log;
-
-        EXPECT_EQ(c.result, c.call());
-        EXPECT_EQ(c.asked, drives.asked);
-        EXPECT_EQ(c.requests, devices.calls);
-        EXPECT_EQ(0, devices.open) << "device left open";
-        for (const auto& o : devices.opened) EXPECT_EQ(" 0", o.substr(o.size() - 2)) << "asks no access: " << o;
-        EXPECT_EQ(c.log, disktest::Untagged(log));
-    }
+}
+std::string Adapter(BYTE bus) {  // the descriptor, zero but for its bus type
+    return std::string(offsetof(STORAGE_ADAPTER_DESCRIPTOR, BusType), '\0') + char(bus) + std::string(sizeof(STORAGE_ADAPTER_DESCRIPTOR) - 25, '\0');
 }
 
-// Connected network resources as WNetEnumResourceW hands them out, in batches.
-struct Connections {
-    DWORD openError = 0;
-    std::vector<std::vector<std::pair<std::wstring, std::wstring>>> batches;  // remote, local
-    size_t next = 0;
-    std::vector<std::string> seen;  // what the library asked for
-    int open = 0;
-} g_net;
-
-DWORD WINAPI FakeOpenEnum(DWORD scope, DWORD type, DWORD usage, LPNETRESOURCEW, LPHANDLE handle) {
-    g_net.seen.push_back("open " + std::to_string(scope) + " " + std::to_string(type) + " " + std::to_string(usage));
-    if (g_net.openError) return g_net.openError;
-    ++g_net.open;
-    *handle = reinterpret_cast<HANDLE>(0x4E37);
-    return NO_ERROR;
-}
-DWORD WINAPI FakeEnum(HANDLE, LPDWORD count, LPVOID block, LPDWORD size) {
-    g_net.seen.push_back("enum " + std::to_string(int(*count)) + " " + std::to_string(*size));
-    if (g_net.next == g_net.batches.size()) return ERROR_NO_MORE_ITEMS;
-    const auto& batch = g_net.batches[g_net.next++];
-    auto* entries = static_cast<NETRESOURCEW*>(block);
-    auto* text = reinterpret_cast<wchar_t*>(entries + batch.size());
-    for (size_t i = 0; i < batch.size(); ++i) {
-        entries[i] = {};
-        const std::wstring* parts[] = {&batch[i].first, &batch[i].second};
-        LPWSTR* slots[] = {&entries[i].lpRemoteName, &entries[i].lpLocalName};
-        for (int p = 0; p < 2; ++p) {
-            *slots[p] = text;
-            text += parts[p]->size() + 1;
-            memcpy(*slots[p], parts[p]->c_str(), (parts[p]->size() + 1) * sizeof(wchar_t));
-        }
-    }
-    *count = static_cast<DWORD>(batch.size());
-    return NO_ERROR;
-}
-DWORD WINAPI FakeCloseEnum(HANDLE) { return --g_net.open, NO_ERROR; }
-
-TEST(DriveQueries, RemoteDriveFromTheConnectedResources) {
-    const std::wstring longRemote = L"\\\\nas\\" + std::wstring(260, L'r');
-    const std::vector<std::pair<std::wstring, std::wstring>> first = {{L"\\\\nas\\backup", L"Y:"}, {L"\\\\srv\\ipc$", L""}},
-                                                             second = {{L"\\\\nas\\pc1", L"z:"}};
-    const std::string mounted = "ZN_IsRemoteDrive network path ";
-    struct RemoteCase {
-        const char* name;
-        WCHAR letter;
-        DWORD openError;
-        decltype(g_net.batches) batches;
-        BOOL result;
-        std::wstring remote;  // the buffer afterwards
-        std::vector<std::string> seen, log;
-    } cases[] = {
-        {"local disk logs its type", L'c', 0, {}, FALSE, L"untouched", {}, {"ZN_IsRemoteDrive type of C is 3"}},
-        {"found in the second batch, lower-case local name", L'z', 0, {first, second}, TRUE, L"\\\\nas\\pc1",
-         {"open 1 0 0", "enum -1 16384", "enum -1 16384"},
-         {mounted + "\\\\nas\\backup has mounted to: Y:", mounted + "\\\\srv\\ipc$ has mounted to: ",
-          mounted + "\\\\nas\\pc1 has mounted to: z:"}},
-        {"not among the connections", L'Z', 0, {first}, FALSE, L"untouched",
-         {"open 1 0 0", "enum -1 16384", "enum -1 16384"},
-         {mounted + "\\\\nas\\backup has mounted to: Y:", mounted + "\\\\srv\\ipc$ has mounted to: "}},
-        {"enumeration cannot be opened", L'Z', ERROR_NO_NETWORK, {}, FALSE, L"untouched", {"open 1 0 0"}, {}},
-        {"remote name too long for the buffer is refused, not cut", L'Z', 0, {{{longRemote, L"Z:"}}}, FALSE,
-         L"untouched", {"open 1 0 0", "enum -1 16384"},
-         {mounted + wrtest::Narrow(longRemote) + " has mounted to: Z:",
-          "ZN_IsRemoteDrive refused: remote name is longer than 259 characters"}},
+TEST(DriveQueries, FileSystemPathTypeUsbAndRemoteDrive) {
+    auto Fs = [](const std::wstring& path) { return Answered([=] { return ZN_GetFSType(path.c_str(), g_text); }); };
+    auto Type = [](const wchar_t* path) { return Answered([=] { return ZN_GetPathType(path); }); };
+    auto Remote = [](WCHAR letter, DWORD openError = 0) {
+        return Answered([=] { return disktest::Machine::self->answers["WNetOpenEnumW 100"] = {openError}, ZN_IsRemoteDrive(letter, g_text); });
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Drives drives;
-        drives.Type("C:\\", DRIVE_FIXED).Type("Y:\\", DRIVE_REMOTE).Type("Z:\\", DRIVE_REMOTE);
-        g_net = {c.openError, c.batches, 0, {}, 0};
-        wrtest::ImportHook open("MPR.dll", "WNetOpenEnumW", reinterpret_cast<void*>(&FakeOpenEnum)),
-            enumerate("MPR.dll", "WNetEnumResourceW", reinterpret_cast<void*>(&FakeEnum)),
-            close("MPR.dll", "WNetCloseEnum", reinterpret_cast<void*>(&FakeCloseEnum));
-        wchar_t remote[MAX_PATH] = L"untouched";
-        wrtest::LogCapture log;
-
-        EXPECT_EQ(c.result, ZN_IsRemoteDrive(c.letter, remote));
-        EXPECT_EQ(c.remote, remote);
-        EXPECT_EQ(c.seen, g_net.seen);
-        EXPECT_EQ(0, g_net.open) << "enumeration left open";
-        EXPECT_EQ(c.log, disktest::Untagged(log));
-    }
+    const std::string adapter = " 2d1400 in 010000000000000000000000 out 1024", batch = "|WNetEnumResourceW -1 16384", mounted = "ZN_IsRemoteDrive network path ";
+    const std::string found = mounted + "\\\\nas\\backup has mounted to: Y:|" + mounted + "\\\\srv\\ipc$ has mounted to: |" + mounted + "\\\\nas\\pc1 has mounted to: z:";
+    const std::string listed = found + "|" + mounted + "\\\\nas\\" + std::string(260, 'r') + " has mounted to: X:";
+    disktest::Run({
+        {"UNC file asks for its share", Fs(L"\\\\nas\\backup\\pc1\\file.img"), "1 NTFS", "fs \\\\nas\\backup\\", "ZN_GetFSType FS type of \\\\nas\\backup\\ is NTFS"},
+        {"bare share gets its backslash", Fs(L"\\\\nas\\backup"), "1 NTFS", "fs \\\\nas\\backup\\", "ZN_GetFSType FS type of \\\\nas\\backup\\ is NTFS"},
+        {"only the first character of a local path counts", Fs(L"Elephant"), "1 FAT32", "fs E:\\", "ZN_GetFSType FS type of E:\\ is FAT32"},
+        {"failed volume query", Fs(L"q:"), "0 untouched", "fs q:\\", "ZN_GetFSType call GetVolumeInformationW on q:\\ error: 3"},
+        {"share too long for a root is refused, not cut", Fs(L"\\\\nas\\" + std::wstring(260, L's') + L"\\f"), "0 untouched", "", "ZN_GetFSType refused: share of the path is longer than 259 characters"},
+        {"two backslashes are a UNC path", Type(L"\\\\"), "1 untouched", "", ""},
+        {"one character is no path", Type(L"C"), "-1 untouched", "", ""},
+        {"optical drive", Type(L"D:\\setup.exe"), "2 untouched", "type D:\\", ""},
+        {"USB disk reported as fixed: device upper-cased, opened without access", Type(L"e:\\img"), "3 untouched", "type e:\\|type e:\\|\\\\.\\E:" + adapter, ""},
+        {"card reader counts without asking the device", Type(L"f:\\"), "3 untouched", "type f:\\|type f:\\", ""},
+        {"SATA disk is local", Type(L"G:"), "0 untouched", "type G:\\|type G:\\|\\\\.\\G:" + adapter, ""},
+        {"device cannot be opened", Answered([] { return ZN_IsUsbPartition(L'H'); }), "0 untouched", "type H:\\", "ZN_IsUsbPartition open device \\\\.\\H: error: 5"},
+        {"local disk logs its type", Remote(L'c'), "0 untouched", "type C:\\", "ZN_IsRemoteDrive type of C is 3"},
+        {"second batch, lower-case local name", Remote(L'z'), "1 \\\\nas\\pc1", "type Z:\\|WNetOpenEnumW 100" + batch + batch, found},
+        {"not among the connections", Remote(L'W'), "0 untouched", "type W:\\|WNetOpenEnumW 100" + batch + batch + batch + batch, listed},
+        {"remote name too long is refused, not cut", Remote(L'X'), "0 untouched", "type X:\\|WNetOpenEnumW 100" + batch + batch + batch, listed + "|ZN_IsRemoteDrive refused: remote name is longer than 259 characters"},
+        {"enumeration cannot be opened", Remote(L'V', ERROR_NO_NETWORK), "0 untouched", "type V:\\|WNetOpenEnumW 100", ""},
+    }, [](disktest::Machine& m) {
+        m.answers = {{"type C:\\", {DRIVE_FIXED}}, {"type D:\\", {DRIVE_CDROM}}, {"type e:\\", {DRIVE_FIXED}}, {"type f:\\", {DRIVE_REMOVABLE}},
+                     {"type G:\\", {DRIVE_FIXED}}, {"type H:\\", {DRIVE_FIXED}}, {"fs \\\\nas\\backup\\", {0, "NTFS"}}, {"fs E:\\", {0, "FAT32"}}, {"fs q:\\", {3}},
+                     {"open \\\\.\\E: 0", {}}, {"\\\\.\\E: 2d1400", {0, Adapter(BusTypeUsb)}}, {"open \\\\.\\G: 0", {}},
+                     {"\\\\.\\G: 2d1400", {0, Adapter(BusTypeSata)}}, {"open \\\\.\\H: 0", {ERROR_ACCESS_DENIED}}};
+        for (const char* remote : {"type V:\\", "type W:\\", "type X:\\", "type Z:\\"}) m.answers[remote] = {DRIVE_REMOTE};
+        m.connections = {{{L"\\\\nas\\backup", L"Y:"}, {L"\\\\srv\\ipc$", L""}}, {{L"\\\\nas\\pc1", L"z:"}}, {{L"\\\\nas\\" + std::wstring(260, L'r'), L"X:"}}};
+    });
 }
 
 }  // namespace

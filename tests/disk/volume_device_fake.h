@@ -1,16 +1,17 @@
-// Volume devices Wine cannot offer, served at Wrenkits.dll's import table: named
-// devices open to fake handles, each control code answers with real platform
-// records, every request's input bytes are recorded, and closes are counted so a
-// test sees each opened handle released.
+// The machine every disk test runs on, served at Wrenkits.dll's import table: devices
+// ("\\.\E:", "\\.\PhysicalDrive1") answer control codes with the platform's records,
+// drive roots their type, file system and cluster counts; the drive mask and the
+// network connections are the test's. The library's questions are journaled in order.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <winioctl.h>
+#include <winnetwk.h>
 
-#include <cstring>
+#include <charconv>
+#include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,199 +21,148 @@
 
 namespace disktest {
 
+using Lines = std::vector<std::string>;
+template <typename... Records>
+std::string Bytes(const Records&... r) { return (std::string(reinterpret_cast<const char*>(&r), sizeof r) + ...); }
+inline std::string Hex(unsigned long long v) {
+    char s[17] = {};
+    return std::to_chars(s, s + 16, v, 16), s;
+}
+inline std::string Join(const Lines& lines) {
+    std::string out;
+    for (const auto& l : lines) out += (out.empty() ? "" : "|") + l;
+    return out;
+}
+// The messages logged since `log` began, without their tag, joined by "|".
+inline std::string Logged(const wrtest::LogCapture& log) {
+    Lines out;
+    for (auto m : log.Messages()) out.push_back(m.substr(m.rfind("[Wrenkit] ", 0) == 0 ? 10 : 0));
+    return Join(out);
+}
+
 struct Answer {
-    DWORD error = 0;    // non-zero: the request fails with this code
-    std::string bytes;  // what the device writes (cut to the caller's buffer, as ERROR_MORE_DATA)
+    Answer(DWORD failure = 0, std::string written = "") : code(failure), bytes(std::move(written)) {}
+    DWORD code;         // a failing call's error; for "type": the drive type
+    std::string bytes;  // what the call writes
 };
 
-template <typename Record>
-std::string Bytes(const Record& r) { return std::string(reinterpret_cast<const char*>(&r), sizeof r); }
-
-// A volume on `disks` (one extent each); no disks: the count alone, zero.
-inline std::string Extents(std::vector<DWORD> disks) {
-    std::string out(8, '\0');
-    const DWORD count = static_cast<DWORD>(disks.size());
-    std::memcpy(out.data(), &count, 4);
-    for (DWORD d : disks) {
-        DISK_EXTENT e = {d, {{0x100000, 0}}, {{0x40000000, 0}}};
-        out += Bytes(e);
-    }
-    return out;
-}
-
-inline std::string PartitionNumber(DWORD number) {
-    PARTITION_INFORMATION_EX p = {};
-    p.PartitionStyle = PARTITION_STYLE_MBR;
-    p.PartitionNumber = number;
-    p.StartingOffset.QuadPart = 0x100000;
-    return Bytes(p);
-}
-
-struct Call {
-    std::string device;
-    DWORD code;
-    std::string input;
-    bool operator==(const Call&) const = default;
-};
-
-class Devices {
-public:
-    // `path` as the library names it ("\\.\C:", "\\.\HarddiskVolume5").
-    Devices& On(const std::string& path, DWORD code, Answer answer) {
-        auto& d = devices_[Key(path)];
-        if (!d.handle) d.handle = reinterpret_cast<HANDLE>(static_cast<ULONG_PTR>(0x7E570000 + 8 * devices_.size()));
-        d.answers[code] = std::move(answer);
-        return *this;
-    }
-    // The device exists but cannot be opened.
-    Devices& Refuse(const std::string& path, DWORD error) {
-        devices_[Key(path)].openError = error;
-        return *this;
-    }
-
-    std::vector<Call> calls;
-    std::vector<std::string> opened;  // "path access"
-    int open = 0;                     // fake handles not yet closed
-
-    Devices() : createHook_("KERNEL32.dll", "CreateFileW", reinterpret_cast<void*>(&FakeCreate)),
-                ioctlHook_("KERNEL32.dll", "DeviceIoControl", reinterpret_cast<void*>(&FakeIoctl)),
-                closeHook_("KERNEL32.dll", "CloseHandle", reinterpret_cast<void*>(&FakeClose)) {
-        EXPECT_TRUE(createHook_.active() && ioctlHook_.active() && closeHook_.active());
-        current_ = this;
-    }
-    ~Devices() { current_ = nullptr; }
+struct Machine {
+    // Keys: "open PATH ACCESS" (hex; opened otherwise, a device does not exist), "PATH CODE"
+    // (hex), "type ROOT", "fs ROOT" (the name), "clusters ROOT" (sectors per cluster, bytes
+    // per sector, free and total clusters, for GetDiskFreeSpaceExW too), "WNetOpenEnumW 100" (its failure).
+    // A root not named has no drive: type 1, error 3.
+    std::map<std::string, Answer> answers;
+    std::vector<std::vector<std::pair<std::wstring, std::wstring>>> connections;  // batches of (remote, local)
+    DWORD drives = 0;
+    Lines journal;  // "\\.\E: 2d1400 in 01000000.. out 1024" (inputs of 16 bytes at most shown), "fs q:\", ...
+    std::string input;  // the last control request's
+    std::map<HANDLE, std::string> open;  // devices and enumerations not closed
+    static inline Machine* self = nullptr;
+    Machine() { self = this; }
+    ~Machine() { self = nullptr; }
 
 private:
-    struct Device {
-        HANDLE handle = nullptr;
-        DWORD openError = 0;
-        std::map<DWORD, Answer> answers;
-    };
-    static std::string Key(const std::string& path) {
-        std::string k = path;
-        for (auto& c : k) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
-        return k;
+    static const Answer* Ask(const std::string& key, bool journaled = true) {
+        if (journaled) self->journal.push_back(key);
+        auto it = self->answers.find(key);
+        return it == self->answers.end() ? nullptr : &it->second;
     }
-    Device* ByHandle(HANDLE h, std::string* name) {
-        for (auto& [path, d] : devices_)
-            if (d.handle == h) return *name = path, &d;
-        return nullptr;
+    static BOOL Fail(const Answer* a) { return SetLastError(a ? a->code : ERROR_PATH_NOT_FOUND), FALSE; }
+    static HANDLE WINAPI Create(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES sa, DWORD how, DWORD flags, HANDLE t) {
+        const std::string path = wrtest::Narrow(name);
+        if (path.rfind("\\\\.\\", 0) != 0) return CreateFileW(name, access, share, sa, how, flags, t);  // the log file
+        const Answer* a = Ask("open " + path + " " + Hex(access), false);
+        if (!a || a->code) return SetLastError(a ? a->code : ERROR_FILE_NOT_FOUND), INVALID_HANDLE_VALUE;
+        HANDLE h = reinterpret_cast<HANDLE>(0x7E570000 + 8 * ++self->handles_);
+        return self->open[h] = path, h;
     }
-
-    static HANDLE WINAPI FakeCreate(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES sa, DWORD how,
-                                    DWORD flags, HANDLE tmpl) {
-        Devices* self = current_;
-        const std::string path = Key(wrtest::Narrow(name));
-        auto it = self->devices_.find(path);
-        if (it == self->devices_.end()) {
-            // Numbered volume devices are ours alone: Wine has none to open.
-            if (path.rfind("\\\\.\\HARDDISKVOLUME", 0) == 0) return SetLastError(ERROR_FILE_NOT_FOUND), INVALID_HANDLE_VALUE;
-            return self->createHook_.original<decltype(&CreateFileW)>()(name, access, share, sa, how, flags, tmpl);
+    static BOOL WINAPI Control(HANDLE h, DWORD code, LPVOID in, DWORD inBytes, LPVOID out, DWORD outBytes, LPDWORD returned, LPOVERLAPPED) {
+        std::string shown = (self->input.assign(static_cast<char*>(in), in ? inBytes : 0)).empty() ? "" : " in ";
+        for (unsigned char b : self->input) shown += Hex(b >> 4) + Hex(b & 15);
+        self->journal.push_back(self->open[h] + " " + Hex(code) + (inBytes > 16 ? "" : shown) + " out " + std::to_string(outBytes));
+        const Answer* a = Ask(self->open[h] + " " + Hex(code), false);
+        if (!a || a->code) return SetLastError(a ? a->code : ERROR_INVALID_FUNCTION), FALSE;
+        *returned = static_cast<DWORD>(std::min<size_t>(a->bytes.size(), outBytes));
+        memcpy(out, a->bytes.data(), *returned);
+        return *returned < a->bytes.size() ? SetLastError(ERROR_MORE_DATA), FALSE : TRUE;
+    }
+    static BOOL WINAPI Close(HANDLE h) { return self->open.erase(h) ? TRUE : CloseHandle(h); }
+    static UINT WINAPI Type(LPCWSTR root) {
+        const Answer* a = Ask("type " + wrtest::Narrow(root));
+        return a ? a->code : DRIVE_NO_ROOT_DIR;
+    }
+    static BOOL WINAPI Info(LPCWSTR root, LPWSTR, DWORD, LPDWORD, LPDWORD, LPDWORD, LPWSTR fs, DWORD fsChars) {
+        const Answer* a = Ask("fs " + wrtest::Narrow(root));
+        return !a || a->code ? Fail(a) : !wcsncpy_s(fs, fsChars, wrtest::Widen(a->bytes).c_str(), _TRUNCATE);
+    }
+    static BOOL WINAPI Clusters(LPCWSTR root, LPDWORD sectors, LPDWORD bytes, LPDWORD freeClusters, LPDWORD total) {
+        const Answer* a = Ask("clusters " + wrtest::Narrow(root));
+        if (!a || a->code) return Fail(a);
+        DWORD* outs[] = {sectors, bytes, freeClusters, total};
+        for (int i = 0; i < 4; ++i) memcpy(outs[i], a->bytes.data() + 4 * i, 4);
+        return TRUE;
+    }
+    // The quick size from the same counts; the caller's quota is nothing, which shows should it be read.
+    static BOOL WINAPI Space(LPCWSTR root, PULARGE_INTEGER quota, PULARGE_INTEGER total, PULARGE_INTEGER totalFree) {
+        DWORD c[4];
+        if (!Clusters(root, &c[0], &c[1], &c[2], &c[3])) return FALSE;
+        const ULONGLONG cluster = 1ull * c[0] * c[1];
+        if (quota) quota->QuadPart = 0;
+        if (total) total->QuadPart = cluster * c[3];
+        if (totalFree) totalFree->QuadPart = cluster * c[2];
+        return TRUE;
+    }
+    static DWORD WINAPI Drives() { return self->drives; }
+    static DWORD WINAPI OpenEnum(DWORD scope, DWORD type, DWORD usage, LPNETRESOURCEW, LPHANDLE h) {
+        const Answer* a = Ask("WNetOpenEnumW " + std::to_string(scope) + std::to_string(type) + std::to_string(usage));
+        if (a && a->code) return a->code;
+        return self->open[*h = reinterpret_cast<HANDLE>(0x4E37)] = "enumeration", NO_ERROR;
+    }
+    // Each call hands out the next batch, its texts behind its records, as the platform does.
+    static DWORD WINAPI Enum(HANDLE, LPDWORD count, LPVOID block, LPDWORD size) {
+        Ask("WNetEnumResourceW " + std::to_string(int(*count)) + " " + std::to_string(*size));
+        if (self->batch_ == self->connections.size()) return ERROR_NO_MORE_ITEMS;
+        const auto& batch = self->connections[self->batch_++];
+        auto* entries = static_cast<NETRESOURCEW*>(block);
+        auto* text = reinterpret_cast<wchar_t*>(entries + (*count = static_cast<DWORD>(batch.size())));
+        for (size_t i = 0; i < batch.size(); ++i) {
+            entries[i] = {};
+            entries[i].lpRemoteName = wcscpy(text, batch[i].first.c_str()), text += batch[i].first.size() + 1;
+            entries[i].lpLocalName = wcscpy(text, batch[i].second.c_str()), text += batch[i].second.size() + 1;
         }
-        self->opened.push_back(wrtest::Narrow(name) + " " + std::to_string(access));
-        if (it->second.openError) return SetLastError(it->second.openError), INVALID_HANDLE_VALUE;
-        ++self->open;
-        return it->second.handle;
+        return NO_ERROR;
     }
-    static BOOL WINAPI FakeIoctl(HANDLE h, DWORD code, LPVOID in, DWORD inBytes, LPVOID out, DWORD outBytes,
-                                 LPDWORD returned, LPOVERLAPPED ov) {
-        Devices* self = current_;
-        std::string path;
-        Device* d = self->ByHandle(h, &path);
-        if (!d) return self->ioctlHook_.original<decltype(&DeviceIoControl)>()(h, code, in, inBytes, out, outBytes,
-                                                                               returned, ov);
-        self->calls.push_back({path, code, std::string(static_cast<const char*>(in), in ? inBytes : 0)});
-        auto a = d->answers.find(code);
-        if (a == d->answers.end()) return SetLastError(ERROR_INVALID_FUNCTION), FALSE;
-        if (a->second.error) return SetLastError(a->second.error), FALSE;
-        const DWORD n = static_cast<DWORD>(std::min<size_t>(a->second.bytes.size(), outBytes));
-        std::memcpy(out, a->second.bytes.data(), n);
-        if (returned) *returned = n;
-        if (n < a->second.bytes.size()) return SetLastError(ERROR_MORE_DATA), FALSE;
-        return TRUE;
-    }
-    static BOOL WINAPI FakeClose(HANDLE h) {
-        Devices* self = current_;
-        std::string path;
-        if (!self->ByHandle(h, &path)) return self->closeHook_.original<decltype(&CloseHandle)>()(h);
-        --self->open;
-        return TRUE;
-    }
+    static DWORD WINAPI CloseEnum(HANDLE h) { return self->open.erase(h), NO_ERROR; }
 
-    std::map<std::string, Device> devices_;
-    wrtest::ImportHook createHook_, ioctlHook_, closeHook_;
-    static inline Devices* current_ = nullptr;
+    static void* F(auto fn) { return reinterpret_cast<void*>(fn); }
+    size_t batch_ = 0, handles_ = 0;
+    wrtest::ImportHook hooks_[11] = {
+        {"KERNEL32.dll", "CreateFileW", F(Create)},         {"KERNEL32.dll", "DeviceIoControl", F(Control)},
+        {"KERNEL32.dll", "CloseHandle", F(Close)},          {"KERNEL32.dll", "GetDriveTypeW", F(Type)},
+        {"KERNEL32.dll", "GetVolumeInformationW", F(Info)}, {"KERNEL32.dll", "GetDiskFreeSpaceW", F(Clusters)},
+        {"KERNEL32.dll", "GetDiskFreeSpaceExW", F(Space)},  {"KERNEL32.dll", "GetLogicalDrives", F(Drives)},
+        {"MPR.dll", "WNetOpenEnumW", F(OpenEnum)},          {"MPR.dll", "WNetEnumResourceW", F(Enum)},
+        {"MPR.dll", "WNetCloseEnum", F(CloseEnum)}};
 };
 
-// Drive roots as the library asks about them ("E:\\", "\\\\nas\\backup\\"): the type, the
-// file system and the cluster counts a test gives; roots it does not name go to Wine.
-struct Geometry {
-    DWORD sectorsPerCluster, bytesPerSector, freeClusters, totalClusters;
+// One table row: what a call answered (its result, then what it wrote), what it asked
+// the machine, and what it logged.
+struct Row {
+    const char* name;
+    std::function<std::string()> call;
+    std::string answer, journal, log;
 };
-class Drives {
-public:
-    Drives& Type(const std::string& root, UINT type) { return types_[root] = type, *this; }
-    // A file-system name, or "" with `error` for a failed query.
-    Drives& FileSystem(const std::string& root, const std::string& name, DWORD error = 0) {
-        return fileSystems_[root] = {error, name}, *this;
+inline void Run(const std::vector<Row>& rows, const std::function<void(Machine&)>& setUp) {
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Machine machine;
+        setUp(machine);
+        wrtest::LogCapture log;
+        EXPECT_EQ(row.answer, row.call());
+        EXPECT_EQ(row.journal, Join(machine.journal));
+        EXPECT_EQ(0u, machine.open.size()) << "a device or enumeration was left open";
+        EXPECT_EQ(row.log, Logged(log));
     }
-    Drives& Clusters(const std::string& root, Geometry g, DWORD error = 0) {
-        return geometry_[root] = {g, error}, *this;
-    }
-    std::vector<std::string> asked;  // "GetDriveTypeW E:\\", "GetVolumeInformationW ...", ...
-
-    Drives() { current_ = this; }
-    ~Drives() { current_ = nullptr; }
-
-private:
-    static UINT WINAPI FakeType(LPCWSTR root) {
-        Drives* self = current_;
-        const std::string r = wrtest::Narrow(root);
-        self->asked.push_back("GetDriveTypeW " + r);
-        auto it = self->types_.find(r);
-        return it != self->types_.end() ? it->second : self->typeHook_.original<decltype(&GetDriveTypeW)>()(root);
-    }
-    static BOOL WINAPI FakeInfo(LPCWSTR root, LPWSTR label, DWORD labelChars, LPDWORD serial, LPDWORD maxName,
-                                LPDWORD flags, LPWSTR fs, DWORD fsChars) {
-        Drives* self = current_;
-        const std::string r = wrtest::Narrow(root);
-        self->asked.push_back("GetVolumeInformationW " + r + " " + std::to_string(fsChars));
-        auto it = self->fileSystems_.find(r);
-        if (it == self->fileSystems_.end())
-            return self->infoHook_.original<decltype(&GetVolumeInformationW)>()(root, label, labelChars, serial,
-                                                                                maxName, flags, fs, fsChars);
-        if (it->second.error) return SetLastError(it->second.error), FALSE;
-        const std::wstring name = wrtest::Widen(it->second.bytes);
-        wcsncpy_s(fs, fsChars, name.c_str(), _TRUNCATE);
-        return TRUE;
-    }
-    static BOOL WINAPI FakeFree(LPCWSTR root, LPDWORD spc, LPDWORD bps, LPDWORD freeClusters, LPDWORD total) {
-        Drives* self = current_;
-        const std::string r = wrtest::Narrow(root);
-        self->asked.push_back("GetDiskFreeSpaceW " + r);
-        auto it = self->geometry_.find(r);
-        if (it == self->geometry_.end())
-            return self->freeHook_.original<decltype(&GetDiskFreeSpaceW)>()(root, spc, bps, freeClusters, total);
-        if (it->second.second) return SetLastError(it->second.second), FALSE;
-        const Geometry& g = it->second.first;
-        *spc = g.sectorsPerCluster, *bps = g.bytesPerSector, *freeClusters = g.freeClusters, *total = g.totalClusters;
-        return TRUE;
-    }
-
-    std::map<std::string, UINT> types_;
-    std::map<std::string, Answer> fileSystems_;
-    std::map<std::string, std::pair<Geometry, DWORD>> geometry_;
-    wrtest::ImportHook typeHook_{"KERNEL32.dll", "GetDriveTypeW", reinterpret_cast<void*>(&FakeType)};
-    wrtest::ImportHook infoHook_{"KERNEL32.dll", "GetVolumeInformationW", reinterpret_cast<void*>(&FakeInfo)};
-    wrtest::ImportHook freeHook_{"KERNEL32.dll", "GetDiskFreeSpaceW", reinterpret_cast<void*>(&FakeFree)};
-    static inline Drives* current_ = nullptr;
-};
-
-// The messages logged since `log` began, without their tag.
-inline std::vector<std::string> Untagged(const wrtest::LogCapture& log) {
-    std::vector<std::string> out;
-    for (auto m : log.Messages()) out.push_back(m.rfind("[Wrenkit] ", 0) == 0 ? m.substr(10) : m);
-    return out;
 }
 
 }  // namespace disktest
