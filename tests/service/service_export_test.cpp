@@ -1,0 +1,320 @@
+// Requests to Wine's real service manager on a test service made from the service double,
+// and service keys written straight into a SYSTEM hive. The library's clock is faked, so
+// every bounded wait ends at once and its sleeps can be read back; what Wine cannot do
+// (start a driver, report or refuse for a dependant, write a mounted hive back) comes
+// from hooks.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Wrenkits.h"
+#include "service/service_test_support.h"
+#include "support/registry_fixture.h"
+
+using svctest::FakeClock;
+using svctest::TestService;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+constexpr DWORD kGone = 0;  // as the state afterwards: the service cannot be opened any more
+const wchar_t* const kName = L"WrTestMain";
+const char* const kDriverPath = "C:\\windows\\system32\\drivers\\wrtest.sys";
+
+// The service before the call: None (no such service), Stopped, HoldsStart (stopped; its next
+// start stays pending with hint 3000 and check point 1 until released), Running, StartPending
+// (started and held so), Paused, StopPending (stopping, held with hint 20000), StopReleased (so,
+// released during the library's first sleep), WithDependant (running, with a running dependant
+// that only a hook reports: Wine reports none), RefusesOnce (running; the first stop request is
+// refused with 1051), Driver (a registered kernel driver), DriverMarked (a driver marked for
+// deletion, held open by the test).
+enum Before { None, Stopped, HoldsStart, Running, StartPending, Paused, StopPending, StopReleased, WithDependant,
+              RefusesOnce, Driver, DriverMarked };
+
+// Afterwards: the service's state, the library's sleeps in milliseconds, the driver starts with
+// their answers (an answer given instead of Wine's where startAnswer says), and its settings in
+// the manager where config says.
+struct Case {
+    const char* name;
+    Before before;
+    std::function<DWORD()> call;
+    DWORD result;
+    Lines log;
+    DWORD after = kGone;
+    std::vector<DWORD> sleeps = {};
+    Lines starts = {};
+    std::optional<DWORD> startAnswer = {};
+    std::string config = "";
+};
+
+Lines Starts;
+std::optional<DWORD> StartAnswer;
+int Refusals = 0;
+std::wstring Dependant;
+BOOL WINAPI AnsweringStart(SC_HANDLE h, DWORD n, LPCSTR* args) {
+    const BOOL ok = StartAnswer ? *StartAnswer == 0 : StartServiceA(h, n, args);
+    const DWORD error = StartAnswer ? *StartAnswer : ok ? 0 : GetLastError();
+    Starts.push_back("start " + std::to_string(error));
+    SetLastError(error);
+    return ok;
+}
+BOOL WINAPI RefusingControl(SC_HANDLE h, DWORD control, SERVICE_STATUS* status) {
+    if (control != SERVICE_CONTROL_STOP || Refusals-- <= 0) return ControlService(h, control, status);
+    SetLastError(ERROR_DEPENDENT_SERVICES_RUNNING);
+    return FALSE;
+}
+BOOL WINAPI ReportingDependants(SC_HANDLE, DWORD, ENUM_SERVICE_STATUSW* out, DWORD size, DWORD* needed, DWORD* n) {
+    const size_t nameBytes = (Dependant.size() + 1) * sizeof(wchar_t);
+    *needed = DWORD(sizeof(ENUM_SERVICE_STATUSW) + nameBytes), *n = 0;
+    if (Dependant.empty()) return TRUE;
+    if (size < *needed) return SetLastError(ERROR_MORE_DATA), FALSE;
+    auto* name = reinterpret_cast<wchar_t*>(out + 1);
+    memcpy(name, Dependant.c_str(), nameBytes);
+    *out = {name, name, {SERVICE_WIN32_OWN_PROCESS, SERVICE_RUNNING, SERVICE_ACCEPT_STOP, 0, 0, 0, 0}}, *n = 1;
+    return TRUE;
+}
+
+// The manager's settings and the description value, as one line.
+std::string Config() {
+    SC_HANDLE h = OpenServiceW(svctest::Manager(), kName, SERVICE_QUERY_CONFIG);
+    BYTE buffer[8192];
+    DWORD needed = 0;
+    auto* c = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer);
+    if (!h || !QueryServiceConfigW(h, c, sizeof buffer, &needed)) return CloseServiceHandle(h), "none";
+    CloseServiceHandle(h);
+    wchar_t text[64] = {};
+    DWORD bytes = sizeof text;
+    const bool described = !RegGetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\WrTestMain",
+                                         L"Description", RRF_RT_ANY | RRF_NOEXPAND, nullptr, text, &bytes);
+    return "type " + std::to_string(c->dwServiceType) + ", group '" + wrtest::Narrow(c->lpLoadOrderGroup) + "', start " +
+           std::to_string(c->dwStartType) + ", error " + std::to_string(c->dwErrorControl) + ", display " +
+           wrtest::Narrow(c->lpDisplayName) + ", path " + wrtest::Narrow(c->lpBinaryPathName) +
+           (described ? ", description '" + wrtest::Narrow(text) + "' in " + std::to_string(bytes) + " bytes"
+                      : ", no description");
+}
+
+void Check(const Case& c) {
+    SCOPED_TRACE(c.name);
+    std::optional<TestService> service, dependant;
+    SC_HANDLE driver = nullptr;
+    const Before b = c.before;
+    if (b >= Driver) {
+        svctest::RemoveService(kName);
+        driver = CreateServiceW(svctest::Manager(), kName, kName, SERVICE_ALL_ACCESS, SERVICE_KERNEL_DRIVER,
+                                SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, wrtest::Widen(kDriverPath).c_str(),
+                                nullptr, nullptr, nullptr, nullptr, nullptr);
+        if (b == DriverMarked) DeleteService(driver);
+    } else if (b != None) {
+        const bool holdsStop = b == StopPending || b == StopReleased;
+        service.emplace(kName, b == HoldsStart || b == StartPending ? L"--hold-start 3000"
+                               : holdsStop                          ? L"--hold-stop 20000"
+                                                                    : L"--pausable");
+        if (b >= Running) service->Start();
+        EXPECT_EQ(0u, b == Paused ? service->Send(SERVICE_CONTROL_PAUSE) : holdsStop ? service->Send(SERVICE_CONTROL_STOP) : 0);
+        if (b == WithDependant) dependant.emplace(L"WrTestDep", L"", kName), dependant->Start();
+    }
+    Starts.clear(), StartAnswer = c.startAnswer, Refusals = b == RefusesOnce, Dependant = dependant ? L"WrTestDep" : L"";
+    wrtest::ImportHook start("ADVAPI32.dll", "StartServiceA", reinterpret_cast<void*>(&AnsweringStart));
+    wrtest::ImportHook control("ADVAPI32.dll", "ControlService", reinterpret_cast<void*>(&RefusingControl));
+    wrtest::ImportHook enumerate("ADVAPI32.dll", "EnumDependentServicesW", reinterpret_cast<void*>(&ReportingDependants));
+    FakeClock clock;
+    if (b == StopReleased) FakeClock::onSleep = [](size_t n) { if (n == 1) svctest::FinishStop(kName); };
+    const DWORD pid = svctest::Status(kName).dwProcessId;
+    wrtest::LogCapture log;
+
+    EXPECT_EQ(c.result, c.call());
+
+    svctest::ExpectLog(log, c.log);
+    EXPECT_EQ(c.sleeps, FakeClock::sleeps);
+    EXPECT_EQ(c.starts, Starts);
+    EXPECT_EQ(c.config, c.config.empty() ? c.config : Config());
+    if (driver) CloseServiceHandle(driver);
+    if (c.after == kGone || c.after == SERVICE_STOPPED) svctest::AwaitExit(pid);
+    EXPECT_EQ(c.after, svctest::Status(kName).dwCurrentState);
+    EXPECT_EQ(dependant ? DWORD(SERVICE_STOPPED) : kGone, svctest::Status(L"WrTestDep").dwCurrentState);
+    dependant.reset();
+    svctest::RemoveService(kName);
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\WrTestMain");
+}
+
+DWORD Control(WORD operation) { return ZN_ControlService(kName, operation); }
+// 2 for installed, plus 1 for running.
+DWORD Installed() { return 2 * ZN_ServiceInstalled(kName) + ZN_ServiceIsRunning(kName); }
+DWORD Install(DWORD type) {
+    return type ? ZN_InstallServiceEx(kName, L"Desc", L"C:\\wr\\svc.exe", type) : ZN_InstallService(kName, L"Desc", L"C:\\wr\\svc.exe");
+}
+
+TEST(ServiceControl, SendsOneRequestQueriesInstallsAndRemovesWithoutWaiting) {
+    const std::string kept = "start 2, error 1, display WrTestMain, path C:\\wr\\svc.exe, description 'Desc' in 10 bytes";
+    const std::string unknown = " open service WrTestMain failed, error: 1060";
+    const Case cases[] = {
+        {"start twice: 1056 counts as done", Stopped, [] { return Control(1) + Control(1); }, 0, {}, SERVICE_RUNNING},
+        {"stop", Running, [] { return Control(2); }, 0, {}, SERVICE_STOPPED},
+        {"stop and delete", Running, [] { return Control(3); }, 0, {}, kGone},
+        {"stop and delete a stopped one: not deleted", Stopped, [] { return Control(3); }, 1062, {"ZN_ControlService stop service error: 1062"}, SERVICE_STOPPED},
+        {"operations 0 and 4, no name", Running, [] { return Control(0) + Control(4) + ZN_ControlService(L"", 1) + ZN_ControlService(nullptr, 1); }, 2 * 50 + 2 * 87, {}, SERVICE_RUNNING},
+        {"control: unknown service", None, [] { return Control(1); }, 1060, {"ZN_ControlService open service WrTestMain error: 1060"}},
+        {"running", Running, Installed, 3, {}, SERVICE_RUNNING},
+        {"start pending counts as running", StartPending, Installed, 3, {}, SERVICE_START_PENDING},
+        {"paused is not running", Paused, Installed, 2, {}, SERVICE_PAUSED},
+        {"stopped is not running", Stopped, Installed, 2, {}, SERVICE_STOPPED},
+        {"query and remove: unknown", None, [] { return Installed() + ZN_RemoveService(kName); }, 1060, {"ZN_ServiceInstalled" + unknown, "ZN_ServiceIsRunning" + unknown, "ZN_RemoveService" + unknown}},
+        {"install, then over it", None, [] { return Install(0) + Install(0); }, 1073, {"ZN_InstallService create service WrTestMain Desc C:\\wr\\svc.exe failed, error: 1073"}, SERVICE_STOPPED, {}, {}, {}, "type 16, group 'Filter', " + kept},
+        {"install ex: the caller's type, no group", None, [] { return Install(SERVICE_WIN32_SHARE_PROCESS); }, 0, {}, SERVICE_STOPPED, {}, {}, {}, "type 32, group '', " + kept},
+        {"no name, no binary path", None, [] { return ZN_ServiceInstalled(L"") + ZN_InstallService(kName, L"D", L""); }, 87, {"ZN_ServiceInstalled refused: service name is missing or not valid", "ZN_InstallService refused: binary path is missing or not valid"}, kGone, {}, {}, {}, "none"},
+        {"remove a running service", Running, [] { return ZN_RemoveService(kName); }, 0, {}, kGone},
+    };
+    for (const Case& c : cases) Check(c);
+}
+
+TEST(ServiceControl, LoadsAndRemovesKernelDrivers) {
+    const std::string done = "LoadNtDriver WrTestMain " + std::string(kDriverPath) + " successfully.";
+    const std::string notDeleted = "RemoverNtDriver delete service WrTestMain error: 0";
+    const std::string config = "type 1, group '', start 3, error 1, display WrTestMain, path " + std::string(kDriverPath) + ", no description";
+    const auto load = [] { return ZN_LoadNtDriver("WrTestMain", kDriverPath); };
+    const auto remove = [] { return ZN_RemoverNtDriver("WrTestMain"); };
+    const Case cases[] = {
+        {"new driver", None, load, 0, {done}, SERVICE_STOPPED, {}, {"start 0"}, 0, config},
+        {"Wine cannot start it", None, load, 1114, {"LoadNtDriver start service WrTestMain error: 1114"}, SERVICE_STOPPED, {}, {"start 1114"}},
+        {"registered and running", Driver, load, 0, {done}, SERVICE_STOPPED, {}, {"start 1056"}, 1056},
+        // Still marked while the test holds its handle: three removals that cannot delete.
+        {"marked for deletion", DriverMarked, load, 1072, {notDeleted, notDeleted, notDeleted}},
+        {"remove", Driver, remove, 0, {"RemoverNtDriver WrTestMain successfully."}},
+        {"remove: deletion fails, logs 0, returns 0", DriverMarked, remove, 0, {notDeleted}},
+        {"remove: unknown", None, remove, 1060, {"RemoverNtDriver open service WrTestMain error: 1060"}},
+    };
+    for (const Case& c : cases) Check(c);
+}
+
+TEST(ServiceStartStop, WaitOnlyWhileTheServiceProgressesAndStopsGiveUpAfterThirtySeconds) {
+    const std::string started = "ZN_StartService start service WrTestMain is pendding";
+    const std::string done = "ZN_StartService start service WrTestMain successfully";
+    const std::string pending = "ZN_StopService service WrTestMain stop pending";
+    const std::string timeout = "ZN_StopService service WrTestMain stop timeout";
+    const auto start = [] { return ZN_StartService(kName); };
+    const auto stop = [] { return ZN_StopService(kName); };
+    Lines beyond(16, pending);
+    beyond.insert(beyond.end(), {timeout, "ZN_StopService control of service WrTestMain error: 1061", timeout});
+    std::vector<DWORD> beyondSleeps(16, 2000);
+    beyondSleeps.push_back(20000);
+    const Case cases[] = {
+        {"start: start pending counts as running", StartPending, start, 0, {"ZN_StartService service WrTestMain is runing"}, SERVICE_START_PENDING},
+        {"start: stopped", Stopped, start, 0, {started, done}, SERVICE_RUNNING},
+        // Check point 1 never grows: the wait ends once more than the 3000 ms hint has passed.
+        {"start: stays start pending", HoldsStart, start, 0, {started, "ZN_StartService service WrTestMain is not started, current state: 2"}, SERVICE_START_PENDING, {1000, 1000, 1000, 1000}},
+        {"start: a stop in progress is waited out first", StopReleased, start, 0, {started, done}, SERVICE_RUNNING, {2000}},
+        // A tenth of the 20000 ms hint per look; stalled once more than the hint has passed.
+        {"start: a stop in progress that stalls", StopPending, start, ERROR_TIMEOUT, {}, SERVICE_STOP_PENDING, std::vector<DWORD>(11, 2000)},
+        {"start: unknown service", None, start, 1060, {"ZN_StartService open service WrTestMain error: 1060"}},
+        {"stop: already stopped", Stopped, stop, 0, {"ZN_StopService service WrTestMain is already stoped"}, SERVICE_STOPPED},
+        {"stop: its running dependant goes first", WithDependant, stop, 0, {"StopDependentServices ----> WrTestDep", "ZN_StopService service WrTestMain stop successfully"}, SERVICE_STOPPED},
+        // The refusal stays the result though the second request stops the service.
+        {"stop: a dependant refuses once", RefusesOnce, stop, 1051, {}, SERVICE_STOPPED, {2000}},
+        {"stop: a stop in progress ends", StopReleased, stop, 0, {pending, "ZN_StopService service WrTestMain is stoped"}, SERVICE_STOPPED, {2000}},
+        // 16 looks of 2000 ms pass the bound; the request still goes out (and is refused while
+        // stopping), and the second wait (the 20000 ms hint as it stands) ends on the same bound.
+        {"stop: pending beyond the bound", StopPending, stop, ERROR_TIMEOUT, beyond, SERVICE_STOP_PENDING, beyondSleeps},
+        {"stop: unknown service", None, stop, 1060, {"ZN_StopService open service WrTestMain error: 1060"}},
+    };
+    for (const Case& c : cases) Check(c);
+}
+
+// ZN_AddService writes the key itself. Wine never writes a mounted hive back, so the
+// unload is hooked to read the offline key first.
+const std::wstring kOfflineKey = L"ZNRegKey\\ControlSet001\\Services\\WrTestAdd";
+const std::wstring kRunningKey = L"SYSTEM\\CurrentControlSet\\Services\\WrTestAdd";
+
+// Every value of a key as "name=data", sorted: text with each terminator shown as '|'.
+Lines ReadValues(const std::wstring& path) {
+    Lines out;
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key)) return out;
+    wchar_t name[64], data[256];
+    for (DWORD i = 0, chars = 64, bytes = sizeof data, type = 0;
+         !RegEnumValueW(key, i, name, &chars, nullptr, &type, reinterpret_cast<BYTE*>(data), &bytes);
+         ++i, chars = 64, bytes = sizeof data) {
+        std::wstring text(data, bytes / 2);
+        std::replace(text.begin(), text.end(), L'\0', L'|');
+        const std::string number = "dword:" + std::to_string(data[0] | DWORD(data[1]) << 16);
+        out.push_back(wrtest::Narrow(name) + "=" + (type == REG_DWORD ? number : wrtest::Narrow(text)));
+    }
+    RegCloseKey(key);
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+// Every value a complete registration writes; the texts carry a second terminator.
+Lines Written(const std::string& description, const std::string& display) {
+    return {"Description=" + description, "DisplayName=" + display, "ErrorControl=dword:1",
+            "ImagePath=C:\\Program Files\\Wr\\svc.exe||", "ObjectName=LocalSystem||", "Start=dword:2",
+            "Type=dword:16", "WOW64=dword:1"};
+}
+
+Lines AtUnload;
+int Unloads = 0;
+std::wstring FailValue;  // RegSetValueExW of this value fails with 5; "key": RegCreateKeyExW does
+LSTATUS WINAPI SavingUnload(HKEY root, LPCWSTR name) {
+    ++Unloads, AtUnload = ReadValues(kOfflineKey);
+    return RegUnLoadKeyW(root, name);
+}
+LSTATUS WINAPI FailingSet(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD bytes) {
+    return name == FailValue ? ERROR_ACCESS_DENIED : RegSetValueExW(key, name, reserved, type, data, bytes);
+}
+LSTATUS WINAPI FailingCreate(HKEY root, LPCWSTR path, DWORD reserved, LPWSTR cls, DWORD options, REGSAM access,
+                             SECURITY_ATTRIBUTES* sa, HKEY* key, DWORD* disposition) {
+    if (FailValue == L"key") return ERROR_ACCESS_DENIED;
+    return RegCreateKeyExW(root, path, reserved, cls, options, access, sa, key, disposition);
+}
+
+TEST(AddService, WritesTheServiceKeyIntoTheRunningOrAnOfflineSystem) {
+    const Lines full = Written("Longer text||", "Ab|ger text||");
+    const std::string hive = "X:\\windows\\system32\\config\\system", set = "ZN_AddService set ";
+    const struct {
+        const char* name;
+        WCHAR letter;  // W holds an offline installation, X none, C is the running system
+        const wchar_t *display, *description, *failValue;
+        DWORD result;
+        Lines log, values;
+    } cases[] = {
+        // The display name takes the description's byte count: the rest of the description follows it.
+        {"offline, shorter display name", L'W', L"Ab", L"Longer text", L"", 0, {}, full},
+        {"offline by lower-case letter, longer display name cut without terminator", L'w', L"A much longer name", L"Desc", L"", 0, {}, Written("Desc||", "A much")},
+        {"running system by lower-case letter, defaults to the service name", L'c', nullptr, L"", L"", 0, {}, Written("WrTestAdd||", "WrTestAdd||")},
+        {"hive cannot be mounted", L'X', L"Ab", L"Longer text", L"", 3, {"ZN_LoadRegistry load " + hive + " to ZNRegKey error: 3", "ZN_AddService load " + hive + " error: 3"}, {}},
+        {"key cannot be created", L'W', L"Ab", L"Longer text", L"key", 5, {"ZN_AddService create " + wrtest::Narrow(kOfflineKey) + " error: 5"}, {}},
+        {"a text value fails: later ones are not written", L'W', L"Ab", L"Longer text", L"DisplayName", 5, {set + "DisplayName Ab error: 5"}, {full[0], full[3]}},
+        {"a number value fails", L'W', L"Ab", L"Longer text", L"Start", 5, {set + "Start 2 error: 5"}, Lines(full.begin(), full.begin() + 5)},
+    };
+    ASSERT_TRUE(wrtest::TextHive().Key("Select").Dword("Current", 1).Key("ControlSet001\\Services\\Other")
+                    .Dword("Type", 16).Write(L"W:\\windows\\system32\\config\\system"));
+    const wchar_t* const image = L"C:\\Program Files\\Wr\\svc.exe";
+    EXPECT_EQ(3 * 87u, ZN_AddService(L'1', L"WrTestAdd", image, nullptr, nullptr) + ZN_AddService(L'W', L"", image, nullptr, nullptr) +
+                           ZN_AddService(L'W', L"WrTestAdd", nullptr, nullptr, nullptr));
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE, kRunningKey.c_str());
+        AtUnload.clear(), Unloads = 0, FailValue = c.failValue;
+        wrtest::ImportHook unload("ADVAPI32.dll", "RegUnLoadKeyW", reinterpret_cast<void*>(&SavingUnload));
+        wrtest::ImportHook set("ADVAPI32.dll", "RegSetValueExW", reinterpret_cast<void*>(&FailingSet));
+        wrtest::ImportHook create("ADVAPI32.dll", "RegCreateKeyExW", reinterpret_cast<void*>(&FailingCreate));
+        wrtest::LogCapture log;
+
+        EXPECT_EQ(c.result, ZN_AddService(c.letter, L"WrTestAdd", image, c.display, c.description));
+
+        svctest::ExpectLog(log, c.log);
+        const bool offline = c.letter != L'c';
+        EXPECT_EQ(c.values, offline ? AtUnload : ReadValues(kRunningKey));
+        // Mounted exactly when a hive was there to mount, and always unmounted again.
+        EXPECT_EQ((c.letter | 0x20) == L'w' ? 1 : 0, Unloads);
+        EXPECT_FALSE(wrtest::HklmKeyExists(L"ZNRegKey"));
+        EXPECT_FALSE(offline && wrtest::HklmKeyExists(kRunningKey.c_str())) << "written into the running system";
+    }
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kRunningKey.c_str());
+    wrtest::RemoveTree(L"W:\\windows");
+}
+
+}  // namespace
