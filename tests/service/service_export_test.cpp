@@ -78,23 +78,30 @@ BOOL WINAPI ReportingDependants(SC_HANDLE, DWORD, ENUM_SERVICE_STATUSW* out, DWO
     return TRUE;
 }
 
-// The manager's settings and the description value, as one line.
-std::string Config() {
-    SC_HANDLE h = OpenServiceW(svctest::Manager(), kName, SERVICE_QUERY_CONFIG);
-    BYTE buffer[8192];
-    DWORD needed = 0;
-    auto* c = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer);
-    if (!h || !QueryServiceConfigW(h, c, sizeof buffer, &needed)) return CloseServiceHandle(h), "none";
-    CloseServiceHandle(h);
-    wchar_t text[64] = {};
-    DWORD bytes = sizeof text;
-    const bool described = !RegGetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\WrTestMain",
-                                         L"Description", RRF_RT_ANY | RRF_NOEXPAND, nullptr, text, &bytes);
-    return "type " + std::to_string(c->dwServiceType) + ", group '" + wrtest::Narrow(c->lpLoadOrderGroup) + "', start " +
-           std::to_string(c->dwStartType) + ", error " + std::to_string(c->dwErrorControl) + ", display " +
-           wrtest::Narrow(c->lpDisplayName) + ", path " + wrtest::Narrow(c->lpBinaryPathName) +
-           (described ? ", description '" + wrtest::Narrow(text) + "' in " + std::to_string(bytes) + " bytes"
-                      : ", no description");
+// Every value of a key as "name=data", sorted: text with each terminator shown as '|'.
+Lines ReadValues(const std::wstring& path) {
+    Lines out;
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key)) return out;
+    wchar_t name[64], data[256];
+    for (DWORD i = 0, chars = 64, bytes = sizeof data, type = 0;
+         !RegEnumValueW(key, i, name, &chars, nullptr, &type, reinterpret_cast<BYTE*>(data), &bytes);
+         ++i, chars = 64, bytes = sizeof data) {
+        std::wstring text(data, bytes / 2);
+        std::replace(text.begin(), text.end(), L'\0', L'|');
+        const std::string number = "dword:" + std::to_string(data[0] | DWORD(data[1]) << 16);
+        out.push_back(wrtest::Narrow(name) + "=" + (type == REG_DWORD ? number : wrtest::Narrow(text)));
+    }
+    RegCloseKey(key);
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+// The service's key as Wine's manager keeps it, one line.
+std::string Settings() {
+    std::string out;
+    for (const std::string& value : ReadValues(L"SYSTEM\\CurrentControlSet\\Services\\WrTestMain")) out += value + "; ";
+    return out;
 }
 
 void Check(const Case& c) {
@@ -131,7 +138,7 @@ void Check(const Case& c) {
     svctest::ExpectLog(log, c.log);
     EXPECT_EQ(c.sleeps, FakeClock::sleeps);
     EXPECT_EQ(c.starts, Starts);
-    EXPECT_EQ(c.config, c.config.empty() ? c.config : Config());
+    EXPECT_EQ(c.config, c.config.empty() ? c.config : Settings());
     if (driver) CloseServiceHandle(driver);
     if (c.after == kGone || c.after == SERVICE_STOPPED) svctest::AwaitExit(pid);
     EXPECT_EQ(c.after, svctest::Status(kName).dwCurrentState);
@@ -149,11 +156,16 @@ DWORD Install(DWORD type) {
 }
 
 TEST(ServiceControl, SendsOneRequestQueriesInstallsAndRemovesWithoutWaiting) {
-    const std::string kept = "start 2, error 1, display WrTestMain, path C:\\wr\\svc.exe, description 'Desc' in 10 bytes";
+    // As the manager keeps an install: the description with its terminator (10 bytes).
+    const auto installed = [](const std::string& group, const std::string& type) {
+        return "Description=Desc|; DisplayName=WrTestMain|; ErrorControl=dword:1; Group=" + group +
+               "|; ImagePath=C:\\wr\\svc.exe|; ObjectName=LocalSystem|; PreshutdownTimeout=dword:180000; Start=dword:2; Type=dword:" + type + "; ";
+    };
     const std::string unknown = " open service WrTestMain failed, error: 1060";
     const Case cases[] = {
         {"start twice: 1056 counts as done", Stopped, [] { return Control(1) + Control(1); }, 0, {}, SERVICE_RUNNING},
         {"stop", Running, [] { return Control(2); }, 0, {}, SERVICE_STOPPED},
+        {"stop a stopped one", Stopped, [] { return Control(2); }, 1062, {"ZN_ControlService stop service error: 1062"}, SERVICE_STOPPED},
         {"stop and delete", Running, [] { return Control(3); }, 0, {}, kGone},
         {"stop and delete a stopped one: not deleted", Stopped, [] { return Control(3); }, 1062, {"ZN_ControlService stop service error: 1062"}, SERVICE_STOPPED},
         {"operations 0 and 4, no name", Running, [] { return Control(0) + Control(4) + ZN_ControlService(L"", 1) + ZN_ControlService(nullptr, 1); }, 2 * 50 + 2 * 87, {}, SERVICE_RUNNING},
@@ -163,9 +175,9 @@ TEST(ServiceControl, SendsOneRequestQueriesInstallsAndRemovesWithoutWaiting) {
         {"paused is not running", Paused, Installed, 2, {}, SERVICE_PAUSED},
         {"stopped is not running", Stopped, Installed, 2, {}, SERVICE_STOPPED},
         {"query and remove: unknown", None, [] { return Installed() + ZN_RemoveService(kName); }, 1060, {"ZN_ServiceInstalled" + unknown, "ZN_ServiceIsRunning" + unknown, "ZN_RemoveService" + unknown}},
-        {"install, then over it", None, [] { return Install(0) + Install(0); }, 1073, {"ZN_InstallService create service WrTestMain Desc C:\\wr\\svc.exe failed, error: 1073"}, SERVICE_STOPPED, {}, {}, {}, "type 16, group 'Filter', " + kept},
-        {"install ex: the caller's type, no group", None, [] { return Install(SERVICE_WIN32_SHARE_PROCESS); }, 0, {}, SERVICE_STOPPED, {}, {}, {}, "type 32, group '', " + kept},
-        {"no name, no binary path", None, [] { return ZN_ServiceInstalled(L"") + ZN_InstallService(kName, L"D", L""); }, 87, {"ZN_ServiceInstalled refused: service name is missing or not valid", "ZN_InstallService refused: binary path is missing or not valid"}, kGone, {}, {}, {}, "none"},
+        {"install, then over it", None, [] { return Install(0) + Install(0); }, 1073, {"ZN_InstallService create service WrTestMain Desc C:\\wr\\svc.exe failed, error: 1073"}, SERVICE_STOPPED, {}, {}, {}, installed("Filter", "16")},
+        {"install ex: the caller's type, no group", None, [] { return Install(SERVICE_WIN32_SHARE_PROCESS); }, 0, {}, SERVICE_STOPPED, {}, {}, {}, installed("", "32")},
+        {"no name, no binary path", None, [] { return ZN_ServiceInstalled(L"") + ZN_InstallService(kName, L"D", L""); }, 87, {"ZN_ServiceInstalled refused: service name is missing or not valid", "ZN_InstallService refused: binary path is missing or not valid"}},
         {"remove a running service", Running, [] { return ZN_RemoveService(kName); }, 0, {}, kGone},
     };
     for (const Case& c : cases) Check(c);
@@ -174,7 +186,8 @@ TEST(ServiceControl, SendsOneRequestQueriesInstallsAndRemovesWithoutWaiting) {
 TEST(ServiceControl, LoadsAndRemovesKernelDrivers) {
     const std::string done = "LoadNtDriver WrTestMain " + std::string(kDriverPath) + " successfully.";
     const std::string notDeleted = "RemoverNtDriver delete service WrTestMain error: 0";
-    const std::string config = "type 1, group '', start 3, error 1, display WrTestMain, path " + std::string(kDriverPath) + ", no description";
+    const std::string config = "DisplayName=WrTestMain|; ErrorControl=dword:1; ImagePath=" + std::string(kDriverPath) +
+                               "|; ObjectName=LocalSystem|; PreshutdownTimeout=dword:180000; Start=dword:3; Type=dword:1; ";
     const auto load = [] { return ZN_LoadNtDriver("WrTestMain", kDriverPath); };
     const auto remove = [] { return ZN_RemoverNtDriver("WrTestMain"); };
     const Case cases[] = {
@@ -203,6 +216,7 @@ TEST(ServiceStartStop, WaitOnlyWhileTheServiceProgressesAndStopsGiveUpAfterThirt
     beyondSleeps.push_back(20000);
     const Case cases[] = {
         {"start: start pending counts as running", StartPending, start, 0, {"ZN_StartService service WrTestMain is runing"}, SERVICE_START_PENDING},
+        {"start: running, nothing to do", Running, start, 0, {"ZN_StartService service WrTestMain is runing"}, SERVICE_RUNNING},
         {"start: stopped", Stopped, start, 0, {started, done}, SERVICE_RUNNING},
         // Check point 1 never grows: the wait ends once more than the 3000 ms hint has passed.
         {"start: stays start pending", HoldsStart, start, 0, {started, "ZN_StartService service WrTestMain is not started, current state: 2"}, SERVICE_START_PENDING, {1000, 1000, 1000, 1000}},
@@ -211,6 +225,7 @@ TEST(ServiceStartStop, WaitOnlyWhileTheServiceProgressesAndStopsGiveUpAfterThirt
         {"start: a stop in progress that stalls", StopPending, start, ERROR_TIMEOUT, {}, SERVICE_STOP_PENDING, std::vector<DWORD>(11, 2000)},
         {"start: unknown service", None, start, 1060, {"ZN_StartService open service WrTestMain error: 1060"}},
         {"stop: already stopped", Stopped, stop, 0, {"ZN_StopService service WrTestMain is already stoped"}, SERVICE_STOPPED},
+        {"stop: running", Running, stop, 0, {"ZN_StopService service WrTestMain stop successfully"}, SERVICE_STOPPED},
         {"stop: its running dependant goes first", WithDependant, stop, 0, {"StopDependentServices ----> WrTestDep", "ZN_StopService service WrTestMain stop successfully"}, SERVICE_STOPPED},
         // The refusal stays the result though the second request stops the service.
         {"stop: a dependant refuses once", RefusesOnce, stop, 1051, {}, SERVICE_STOPPED, {2000}},
@@ -227,25 +242,6 @@ TEST(ServiceStartStop, WaitOnlyWhileTheServiceProgressesAndStopsGiveUpAfterThirt
 // unload is hooked to read the offline key first.
 const std::wstring kOfflineKey = L"ZNRegKey\\ControlSet001\\Services\\WrTestAdd";
 const std::wstring kRunningKey = L"SYSTEM\\CurrentControlSet\\Services\\WrTestAdd";
-
-// Every value of a key as "name=data", sorted: text with each terminator shown as '|'.
-Lines ReadValues(const std::wstring& path) {
-    Lines out;
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key)) return out;
-    wchar_t name[64], data[256];
-    for (DWORD i = 0, chars = 64, bytes = sizeof data, type = 0;
-         !RegEnumValueW(key, i, name, &chars, nullptr, &type, reinterpret_cast<BYTE*>(data), &bytes);
-         ++i, chars = 64, bytes = sizeof data) {
-        std::wstring text(data, bytes / 2);
-        std::replace(text.begin(), text.end(), L'\0', L'|');
-        const std::string number = "dword:" + std::to_string(data[0] | DWORD(data[1]) << 16);
-        out.push_back(wrtest::Narrow(name) + "=" + (type == REG_DWORD ? number : wrtest::Narrow(text)));
-    }
-    RegCloseKey(key);
-    std::sort(out.begin(), out.end());
-    return out;
-}
 
 // Every value a complete registration writes; the texts carry a second terminator.
 Lines Written(const std::string& description, const std::string& display) {
