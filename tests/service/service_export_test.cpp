@@ -24,6 +24,7 @@ namespace {
 constexpr DWORD kGone = 0;  // as the state afterwards: the service cannot be opened any more
 const wchar_t* const kName = L"WrTestMain";
 const char* const kDriverPath = "C:\\windows\\system32\\drivers\\wrtest.sys";
+const char* const kImage = "C:\\Program Files\\Wr\\svc.exe";
 
 // The service before the call: None (no such service), Stopped, HoldsStart (stopped; its next
 // start stays pending with hint 3000 and check point 1 until released), Running, StartPending
@@ -97,10 +98,30 @@ Lines ReadValues(const std::wstring& path) {
     return out;
 }
 
-// The service's key as Wine's manager keeps it, one line.
+// ZN_AddService writes a service key itself. Wine never writes a mounted hive back, so the
+// unload is hooked to keep the offline key's values; FailValue names a value whose write
+// fails with 5 ("key": the key's creation fails).
+Lines AtUnload;
+std::wstring FailValue;
+LSTATUS WINAPI SavingUnload(HKEY root, LPCWSTR name) {
+    AtUnload = ReadValues(L"ZNRegKey\\ControlSet001\\Services\\WrTestMain");
+    return RegUnLoadKeyW(root, name);
+}
+LSTATUS WINAPI FailingSet(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD bytes) {
+    return name == FailValue ? ERROR_ACCESS_DENIED : RegSetValueExW(key, name, reserved, type, data, bytes);
+}
+LSTATUS WINAPI FailingCreate(HKEY root, LPCWSTR path, DWORD reserved, LPWSTR cls, DWORD options, REGSAM access,
+                             SECURITY_ATTRIBUTES* sa, HKEY* key, DWORD* disposition) {
+    if (FailValue == L"key") return ERROR_ACCESS_DENIED;
+    return RegCreateKeyExW(root, path, reserved, cls, options, access, sa, key, disposition);
+}
+
+// The service's key as Wine's manager keeps it, or as ZN_AddService wrote it (offline: when
+// the hive was unmounted), one line.
 std::string Settings() {
     std::string out;
-    for (const std::string& value : ReadValues(L"SYSTEM\\CurrentControlSet\\Services\\WrTestMain")) out += value + "; ";
+    for (const std::string& value : AtUnload.empty() ? ReadValues(L"SYSTEM\\CurrentControlSet\\Services\\WrTestMain") : AtUnload)
+        out += value + "; ";
     return out;
 }
 
@@ -124,10 +145,13 @@ void Check(const Case& c) {
         EXPECT_EQ(0u, b == Paused ? service->Send(SERVICE_CONTROL_PAUSE) : holdsStop ? service->Send(SERVICE_CONTROL_STOP) : 0);
         if (b == WithDependant) dependant.emplace(L"WrTestDep", L"", kName), dependant->Start();
     }
-    Starts.clear(), StartAnswer = c.startAnswer, Refusals = b == RefusesOnce, Dependant = dependant ? L"WrTestDep" : L"";
+    AtUnload.clear(), FailValue.clear(), Starts.clear(), StartAnswer = c.startAnswer, Refusals = b == RefusesOnce, Dependant = dependant ? L"WrTestDep" : L"";
     wrtest::ImportHook start("ADVAPI32.dll", "StartServiceA", reinterpret_cast<void*>(&AnsweringStart));
     wrtest::ImportHook control("ADVAPI32.dll", "ControlService", reinterpret_cast<void*>(&RefusingControl));
     wrtest::ImportHook enumerate("ADVAPI32.dll", "EnumDependentServicesW", reinterpret_cast<void*>(&ReportingDependants));
+    wrtest::ImportHook unload("ADVAPI32.dll", "RegUnLoadKeyW", reinterpret_cast<void*>(&SavingUnload));
+    wrtest::ImportHook set("ADVAPI32.dll", "RegSetValueExW", reinterpret_cast<void*>(&FailingSet));
+    wrtest::ImportHook create("ADVAPI32.dll", "RegCreateKeyExW", reinterpret_cast<void*>(&FailingCreate));
     FakeClock clock;
     if (b == StopReleased) FakeClock::onSleep = [](size_t n) { if (n == 1) svctest::FinishStop(kName); };
     const DWORD pid = svctest::Status(kName).dwProcessId;
@@ -139,6 +163,7 @@ void Check(const Case& c) {
     EXPECT_EQ(c.sleeps, FakeClock::sleeps);
     EXPECT_EQ(c.starts, Starts);
     EXPECT_EQ(c.config, c.config.empty() ? c.config : Settings());
+    EXPECT_FALSE(wrtest::HklmKeyExists(L"ZNRegKey")) << "hive left mounted";
     if (driver) CloseServiceHandle(driver);
     if (c.after == kGone || c.after == SERVICE_STOPPED) svctest::AwaitExit(pid);
     EXPECT_EQ(c.after, svctest::Status(kName).dwCurrentState);
@@ -238,78 +263,33 @@ TEST(ServiceStartStop, WaitOnlyWhileTheServiceProgressesAndStopsGiveUpAfterThirt
     for (const Case& c : cases) Check(c);
 }
 
-// ZN_AddService writes the key itself. Wine never writes a mounted hive back, so the
-// unload is hooked to read the offline key first.
-const std::wstring kOfflineKey = L"ZNRegKey\\ControlSet001\\Services\\WrTestAdd";
-const std::wstring kRunningKey = L"SYSTEM\\CurrentControlSet\\Services\\WrTestAdd";
-
-// Every value a complete registration writes; the texts carry a second terminator.
-Lines Written(const std::string& description, const std::string& display) {
-    return {"Description=" + description, "DisplayName=" + display, "ErrorControl=dword:1",
-            "ImagePath=C:\\Program Files\\Wr\\svc.exe||", "ObjectName=LocalSystem||", "Start=dword:2",
-            "Type=dword:16", "WOW64=dword:1"};
+// ZN_AddService's values as written: the texts carry a second terminator.
+std::string Written(const std::string& description, const std::string& display) {
+    return "Description=" + description + "; DisplayName=" + display + "; ErrorControl=dword:1; ImagePath=" + kImage +
+           "||; ObjectName=LocalSystem||; Start=dword:2; Type=dword:16; WOW64=dword:1; ";
+}
+DWORD Add(WCHAR letter, const wchar_t* display, const wchar_t* description, const wchar_t* failValue = L"") {
+    FailValue = failValue;
+    return ZN_AddService(letter, kName, wrtest::Widen(kImage).c_str(), display, description);
 }
 
-Lines AtUnload;
-int Unloads = 0;
-std::wstring FailValue;  // RegSetValueExW of this value fails with 5; "key": RegCreateKeyExW does
-LSTATUS WINAPI SavingUnload(HKEY root, LPCWSTR name) {
-    ++Unloads, AtUnload = ReadValues(kOfflineKey);
-    return RegUnLoadKeyW(root, name);
-}
-LSTATUS WINAPI FailingSet(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD bytes) {
-    return name == FailValue ? ERROR_ACCESS_DENIED : RegSetValueExW(key, name, reserved, type, data, bytes);
-}
-LSTATUS WINAPI FailingCreate(HKEY root, LPCWSTR path, DWORD reserved, LPWSTR cls, DWORD options, REGSAM access,
-                             SECURITY_ATTRIBUTES* sa, HKEY* key, DWORD* disposition) {
-    if (FailValue == L"key") return ERROR_ACCESS_DENIED;
-    return RegCreateKeyExW(root, path, reserved, cls, options, access, sa, key, disposition);
-}
-
+// W holds an offline installation, X none, C is the running system.
 TEST(AddService, WritesTheServiceKeyIntoTheRunningOrAnOfflineSystem) {
-    const Lines full = Written("Longer text||", "Ab|ger text||");
-    const std::string hive = "X:\\windows\\system32\\config\\system", set = "ZN_AddService set ";
-    const struct {
-        const char* name;
-        WCHAR letter;  // W holds an offline installation, X none, C is the running system
-        const wchar_t *display, *description, *failValue;
-        DWORD result;
-        Lines log, values;
-    } cases[] = {
+    const std::string hive = "X:\\windows\\system32\\config\\system", set = "ZN_AddService set ", image = kImage;
+    const Case cases[] = {
         // The display name takes the description's byte count: the rest of the description follows it.
-        {"offline, shorter display name", L'W', L"Ab", L"Longer text", L"", 0, {}, full},
-        {"offline by lower-case letter, longer display name cut without terminator", L'w', L"A much longer name", L"Desc", L"", 0, {}, Written("Desc||", "A much")},
-        {"running system by lower-case letter, defaults to the service name", L'c', nullptr, L"", L"", 0, {}, Written("WrTestAdd||", "WrTestAdd||")},
-        {"hive cannot be mounted", L'X', L"Ab", L"Longer text", L"", 3, {"ZN_LoadRegistry load " + hive + " to ZNRegKey error: 3", "ZN_AddService load " + hive + " error: 3"}, {}},
-        {"key cannot be created", L'W', L"Ab", L"Longer text", L"key", 5, {"ZN_AddService create " + wrtest::Narrow(kOfflineKey) + " error: 5"}, {}},
-        {"a text value fails: later ones are not written", L'W', L"Ab", L"Longer text", L"DisplayName", 5, {set + "DisplayName Ab error: 5"}, {full[0], full[3]}},
-        {"a number value fails", L'W', L"Ab", L"Longer text", L"Start", 5, {set + "Start 2 error: 5"}, Lines(full.begin(), full.begin() + 5)},
+        {"offline, shorter display name", None, [] { return Add(L'W', L"Ab", L"Longer text"); }, 0, {}, kGone, {}, {}, {}, Written("Longer text||", "Ab|ger text||")},
+        {"offline by lower-case letter, longer display name cut without terminator", None, [] { return Add(L'w', L"A much longer name", L"Desc"); }, 0, {}, kGone, {}, {}, {}, Written("Desc||", "A much")},
+        {"running system by lower-case letter, defaults to the service name", None, [] { return Add(L'c', nullptr, L""); }, 0, {}, kGone, {}, {}, {}, Written("WrTestMain||", "WrTestMain||")},
+        {"hive cannot be mounted", None, [] { return Add(L'X', L"Ab", L"Longer text"); }, 3, {"ZN_LoadRegistry load " + hive + " to ZNRegKey error: 3", "ZN_AddService load " + hive + " error: 3"}},
+        {"key cannot be created", None, [] { return Add(L'W', L"Ab", L"Longer text", L"key"); }, 5, {"ZN_AddService create ZNRegKey\\ControlSet001\\Services\\WrTestMain error: 5"}},
+        {"a text value fails: later ones are not written", None, [] { return Add(L'W', L"Ab", L"Longer text", L"DisplayName"); }, 5, {set + "DisplayName Ab error: 5"}, kGone, {}, {}, {}, "Description=Longer text||; ImagePath=" + image + "||; "},
+        {"a number value fails", None, [] { return Add(L'W', L"Ab", L"Longer text", L"Start"); }, 5, {set + "Start 2 error: 5"}, kGone, {}, {}, {}, "Description=Longer text||; DisplayName=Ab|ger text||; ErrorControl=dword:1; ImagePath=" + image + "||; ObjectName=LocalSystem||; "},
+        {"no letter, no name, no image", None, [] { return Add(L'1', L"", L"") + ZN_AddService(L'W', L"", L"x", L"", L"") + ZN_AddService(L'W', kName, nullptr, L"", L""); }, 3 * 87, {}},
     };
     ASSERT_TRUE(wrtest::TextHive().Key("Select").Dword("Current", 1).Key("ControlSet001\\Services\\Other")
                     .Dword("Type", 16).Write(L"W:\\windows\\system32\\config\\system"));
-    const wchar_t* const image = L"C:\\Program Files\\Wr\\svc.exe";
-    EXPECT_EQ(3 * 87u, ZN_AddService(L'1', L"WrTestAdd", image, nullptr, nullptr) + ZN_AddService(L'W', L"", image, nullptr, nullptr) +
-                           ZN_AddService(L'W', L"WrTestAdd", nullptr, nullptr, nullptr));
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE, kRunningKey.c_str());
-        AtUnload.clear(), Unloads = 0, FailValue = c.failValue;
-        wrtest::ImportHook unload("ADVAPI32.dll", "RegUnLoadKeyW", reinterpret_cast<void*>(&SavingUnload));
-        wrtest::ImportHook set("ADVAPI32.dll", "RegSetValueExW", reinterpret_cast<void*>(&FailingSet));
-        wrtest::ImportHook create("ADVAPI32.dll", "RegCreateKeyExW", reinterpret_cast<void*>(&FailingCreate));
-        wrtest::LogCapture log;
-
-        EXPECT_EQ(c.result, ZN_AddService(c.letter, L"WrTestAdd", image, c.display, c.description));
-
-        svctest::ExpectLog(log, c.log);
-        const bool offline = c.letter != L'c';
-        EXPECT_EQ(c.values, offline ? AtUnload : ReadValues(kRunningKey));
-        // Mounted exactly when a hive was there to mount, and always unmounted again.
-        EXPECT_EQ((c.letter | 0x20) == L'w' ? 1 : 0, Unloads);
-        EXPECT_FALSE(wrtest::HklmKeyExists(L"ZNRegKey"));
-        EXPECT_FALSE(offline && wrtest::HklmKeyExists(kRunningKey.c_str())) << "written into the running system";
-    }
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kRunningKey.c_str());
+    for (const Case& c : cases) Check(c);
     wrtest::RemoveTree(L"W:\\windows");
 }
 
