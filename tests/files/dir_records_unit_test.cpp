@@ -55,13 +55,10 @@ std::string ThroughOlder(DWORD (*convert)(Older*, DirEntryRecord*, BOOL), DWORD&
 
 TEST(CopyDirData, ConvertersMoveEveryFieldToItsPlace) {
     DWORD r = 0xdeadbeef;
-    const auto nulls = [](DWORD& r) {
-        auto c = Poisoned<DirDataRecord>();
-        auto e = Poisoned<DirEntryRecord>();
-        r = ZN_CopyDirData(nullptr, &e, TRUE) | ZN_CopyDirData(&c, nullptr, FALSE) | ZN_CopyDirDataX(nullptr, &e, TRUE) |
-            ZN_CopyDirDataX2(nullptr, &e, TRUE);
-        return Show(e);
-    };
+    auto c = Poisoned<DirDataRecord>();
+    auto e = Poisoned<DirEntryRecord>();
+    const DWORD nulls = ZN_CopyDirData(nullptr, &e, TRUE) | ZN_CopyDirData(&c, nullptr, FALSE) |
+                        ZN_CopyDirDataX(nullptr, &e, TRUE) | ZN_CopyDirDataX2(nullptr, &e, TRUE);
     const std::wstring unterminated(260, L'n');
     const struct {
         const char* name;
@@ -80,14 +77,14 @@ TEST(CopyDirData, ConvertersMoveEveryFieldToItsPlace) {
         {"layout 3 round trip changes nothing; towards the entry E19 is 0 and E17 unmarked",
          ThroughOlder<DirDataX2Record>(ZN_CopyDirDataX2, r), r,
          "1 16 3 4 5 | 6 7 88 99 10 11 12 13 | 14 15 16 17 | 'FOLDER~1' 0 20 'folder'"},
-        {"null pointers: 87, nothing written", nulls(r), r, "untouched", 87},
+        {"null pointers: 87, nothing written", Show(e), nulls, "untouched", 87},
         {"a name without its terminator: 206, nothing written", FromLayout1(16, unterminated.c_str(), r), r, "untouched",
          206},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(c.expected, c.shown);
-        EXPECT_EQ(c.expectedResult, c.result);
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.expected, row.shown);
+        EXPECT_EQ(row.expectedResult, row.result);
     }
 }
 

@@ -10,16 +10,9 @@
 #include <vector>
 
 #include "support/import_hook.h"
-#include "support/log_capture.h"
 #include "support/wine_env.h"
 
 namespace svctest {
-
-inline void ExpectLog(const wrtest::LogCapture& log, const std::vector<std::string>& expected) {
-    std::vector<std::string> tagged;
-    for (const auto& e : expected) tagged.push_back(wrtest::Tagged(e));
-    EXPECT_EQ(tagged, log.Messages());
-}
 
 inline SC_HANDLE Manager() {
     static SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
@@ -31,8 +24,8 @@ inline SERVICE_STATUS_PROCESS Status(const std::wstring& name) {
     SERVICE_STATUS_PROCESS s = {};
     DWORD needed = 0;
     SC_HANDLE h = OpenServiceW(Manager(), name.c_str(), SERVICE_QUERY_STATUS);
-    if (h) QueryServiceStatusEx(h, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&s), sizeof s, &needed);
-    if (h) CloseServiceHandle(h);
+    QueryServiceStatusEx(h, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&s), sizeof s, &needed);
+    CloseServiceHandle(h);
     return s;
 }
 
