@@ -23,7 +23,16 @@ using Lines = std::vector<std::string>;
 namespace {
 
 constexpr DWORD kGone = 0;  // as the state afterwards: the service cannot be opened any more
-const wchar_t* const kName = L"WrTestMain";
+// Each row's service has a name of its own: Wine deletes a service only once the double's
+// process has ended and the manager has noticed, which a next row cannot wait for. Logs and
+// settings read back name it WrTestMain.
+std::wstring gName;
+const wchar_t* Name() { return gName.c_str(); }
+std::string Plain(std::string s) {
+    const std::string name = wrtest::Narrow(gName);
+    for (size_t at = s.find(name); at != std::string::npos; at = s.find(name, at + 10)) s.replace(at, name.size(), "WrTestMain");
+    return s;
+}
 const char* const kDriverPath = "C:\\windows\\system32\\drivers\\wrtest.sys";
 const char* const kImage = "C:\\Program Files\\Wr\\svc.exe";
 
@@ -64,10 +73,20 @@ BOOL WINAPI AnsweringStart(SC_HANDLE h, DWORD n, LPCSTR* args) {
     SetLastError(error);
     return ok;
 }
+// The library's starts return once the double has reported its first state, as a quick
+// service's would: Wine answers before the double has run at all.
+BOOL WINAPI ReadyStart(SC_HANDLE h, DWORD n, LPCWSTR* args) {
+    if (!StartServiceW(h, n, args)) return FALSE;
+    EXPECT_TRUE(svctest::Release(Name(), L"ready")) << "the double did not report";
+    return TRUE;
+}
+// Wine ends the double's process once it reports stopped, at times before the answer to the
+// stop request has left it (109): the stop took place, as the status shows.
 BOOL WINAPI RefusingControl(SC_HANDLE h, DWORD control, SERVICE_STATUS* status) {
-    if (control != SERVICE_CONTROL_STOP || Refusals-- <= 0) return ControlService(h, control, status);
-    SetLastError(ERROR_DEPENDENT_SERVICES_RUNNING);
-    return FALSE;
+    if (control == SERVICE_CONTROL_STOP && Refusals-- > 0) return SetLastError(ERROR_DEPENDENT_SERVICES_RUNNING), FALSE;
+    if (ControlService(h, control, status)) return TRUE;
+    if (GetLastError() != ERROR_BROKEN_PIPE) return FALSE;
+    return QueryServiceStatus(h, status) && status->dwCurrentState == SERVICE_STOPPED;
 }
 BOOL WINAPI ReportingDependants(SC_HANDLE, DWORD, ENUM_SERVICE_STATUSW* out, DWORD size, DWORD* needed, DWORD* n) {
     const size_t nameBytes = (Dependant.size() + 1) * sizeof(wchar_t);
@@ -105,7 +124,7 @@ Lines ReadValues(const std::wstring& path) {
 Lines AtUnload;
 std::wstring FailValue;
 LSTATUS WINAPI SavingUnload(HKEY root, LPCWSTR name) {
-    AtUnload = ReadValues(L"ZNRegKey\\ControlSet001\\Services\\WrTestMain");
+    AtUnload = ReadValues(L"ZNRegKey\\ControlSet001\\Services\\" + gName);
     return RegUnLoadKeyW(root, name);
 }
 LSTATUS WINAPI FailingSet(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD bytes) {
@@ -121,47 +140,50 @@ LSTATUS WINAPI FailingCreate(HKEY root, LPCWSTR path, DWORD reserved, LPWSTR cls
 // the hive was unmounted), one line.
 std::string Settings() {
     std::string out;
-    for (const std::string& value : AtUnload.empty() ? ReadValues(L"SYSTEM\\CurrentControlSet\\Services\\WrTestMain") : AtUnload)
-        out += value + "; ";
+    for (const std::string& value : AtUnload.empty() ? ReadValues(L"SYSTEM\\CurrentControlSet\\Services\\" + gName) : AtUnload)
+        out += Plain(value) + "; ";
     return out;
 }
 
 void Check(const Case& c) {
     SCOPED_TRACE(c.name);
+    static int rows = 0;
+    gName = L"WrTestMain" + std::to_wstring(++rows);
+    svctest::RemoveService(gName);  // left by an aborted run
     std::optional<TestService> service, dependant;
     SC_HANDLE driver = nullptr;
     const Before b = c.before;
     if (b >= Driver) {
-        svctest::RemoveService(kName);
-        driver = CreateServiceW(svctest::Manager(), kName, kName, SERVICE_ALL_ACCESS, SERVICE_KERNEL_DRIVER,
+        driver = CreateServiceW(svctest::Manager(), Name(), Name(), SERVICE_ALL_ACCESS, SERVICE_KERNEL_DRIVER,
                                 SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, wrtest::Widen(kDriverPath).c_str(),
                                 nullptr, nullptr, nullptr, nullptr, nullptr);
         if (b == DriverMarked) DeleteService(driver);
     } else if (b != None) {
         const bool holdsStop = b == StopPending || b == StopReleased;
-        service.emplace(kName, b == HoldsStart || b == StartPending ? L"--hold-start 3000"
+        service.emplace(Name(), b == HoldsStart || b == StartPending ? L"--hold-start 3000"
                                : holdsStop                          ? L"--hold-stop 20000"
                                                                     : L"--pausable");
         if (b >= Running) service->Start();
         EXPECT_EQ(0u, b == Paused ? service->Send(SERVICE_CONTROL_PAUSE) : holdsStop ? service->Send(SERVICE_CONTROL_STOP) : 0);
-        if (b == WithDependant) dependant.emplace(L"WrTestDep", L"", kName), dependant->Start();
+        if (b == WithDependant) dependant.emplace(L"WrTestDep", L"", Name()), dependant->Start();
     }
     AtUnload.clear(), FailValue.clear(), Starts.clear(), StartAnswer = c.startAnswer, Refusals = b == RefusesOnce, Dependant = dependant ? L"WrTestDep" : L"";
     wrtest::ImportHook start("ADVAPI32.dll", "StartServiceA", reinterpret_cast<void*>(&AnsweringStart));
+    wrtest::ImportHook startW("ADVAPI32.dll", "StartServiceW", reinterpret_cast<void*>(&ReadyStart));
     wrtest::ImportHook control("ADVAPI32.dll", "ControlService", reinterpret_cast<void*>(&RefusingControl));
     wrtest::ImportHook enumerate("ADVAPI32.dll", "EnumDependentServicesW", reinterpret_cast<void*>(&ReportingDependants));
     wrtest::ImportHook unload("ADVAPI32.dll", "RegUnLoadKeyW", reinterpret_cast<void*>(&SavingUnload));
     wrtest::ImportHook set("ADVAPI32.dll", "RegSetValueExW", reinterpret_cast<void*>(&FailingSet));
     wrtest::ImportHook create("ADVAPI32.dll", "RegCreateKeyExW", reinterpret_cast<void*>(&FailingCreate));
     FakeClock clock;
-    if (b == StopReleased) FakeClock::onSleep = [](size_t n) { if (n == 1) svctest::FinishStop(kName); };
-    const DWORD pid = svctest::Status(kName).dwProcessId;
+    if (b == StopReleased) FakeClock::onSleep = [](size_t n) { if (n == 1) svctest::FinishStop(Name()); };
+    const DWORD pid = svctest::Status(Name()).dwProcessId;
     wrtest::LogCapture log;
 
     EXPECT_EQ(c.result, c.call());
 
     Lines logged;
-    for (const std::string& m : log.Messages()) logged.push_back(m.substr(10));  // past "[Wrenkit] "
+    for (const std::string& m : log.Messages()) logged.push_back(Plain(m.substr(10)));  // past "[Wrenkit] "
     EXPECT_EQ(c.log, logged);
     EXPECT_EQ(c.sleeps, FakeClock::sleeps);
     EXPECT_EQ(c.starts, Starts);
@@ -169,18 +191,18 @@ void Check(const Case& c) {
     EXPECT_FALSE(wrtest::HklmKeyExists(L"ZNRegKey")) << "hive left mounted";
     if (driver) CloseServiceHandle(driver);
     if (c.after == kGone || c.after == SERVICE_STOPPED) svctest::AwaitExit(pid);
-    EXPECT_EQ(c.after, svctest::Status(kName).dwCurrentState);
+    EXPECT_EQ(c.after, svctest::Status(Name()).dwCurrentState);
     EXPECT_EQ(dependant ? DWORD(SERVICE_STOPPED) : kGone, svctest::Status(L"WrTestDep").dwCurrentState);
     dependant.reset();
-    svctest::RemoveService(kName);
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\WrTestMain");
+    svctest::RemoveService(Name());
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, (L"SYSTEM\\CurrentControlSet\\Services\\" + gName).c_str());
 }
 
-DWORD Control(WORD operation) { return ZN_ControlService(kName, operation); }
+DWORD Control(WORD operation) { return ZN_ControlService(Name(), operation); }
 // 2 for installed, plus 1 for running.
-DWORD Installed() { return 2 * ZN_ServiceInstalled(kName) + ZN_ServiceIsRunning(kName); }
+DWORD Installed() { return 2 * ZN_ServiceInstalled(Name()) + ZN_ServiceIsRunning(Name()); }
 DWORD Install(DWORD type) {
-    return type ? ZN_InstallServiceEx(kName, L"Desc", L"C:\\wr\\svc.exe", type) : ZN_InstallService(kName, L"Desc", L"C:\\wr\\svc.exe");
+    return type ? ZN_InstallServiceEx(Name(), L"Desc", L"C:\\wr\\svc.exe", type) : ZN_InstallService(Name(), L"Desc", L"C:\\wr\\svc.exe");
 }
 
 TEST(ServiceControl, SendsOneRequestQueriesInstallsAndRemovesWithoutWaiting) {
@@ -202,11 +224,11 @@ TEST(ServiceControl, SendsOneRequestQueriesInstallsAndRemovesWithoutWaiting) {
         {"start pending counts as running", StartPending, Installed, 3, {}, SERVICE_START_PENDING},
         {"paused is not running", Paused, Installed, 2, {}, SERVICE_PAUSED},
         {"stopped is not running", Stopped, Installed, 2, {}, SERVICE_STOPPED},
-        {"query and remove: unknown", None, [] { return Installed() + ZN_RemoveService(kName); }, 1060, {"ZN_ServiceInstalled" + unknown, "ZN_ServiceIsRunning" + unknown, "ZN_RemoveService" + unknown}},
+        {"query and remove: unknown", None, [] { return Installed() + ZN_RemoveService(Name()); }, 1060, {"ZN_ServiceInstalled" + unknown, "ZN_ServiceIsRunning" + unknown, "ZN_RemoveService" + unknown}},
         {"install, then over it", None, [] { return Install(0) + Install(0); }, 1073, {"ZN_InstallService create service WrTestMain Desc C:\\wr\\svc.exe failed, error: 1073"}, SERVICE_STOPPED, {}, {}, {}, installed("Filter", "16")},
         {"install ex: the caller's type, no group", None, [] { return Install(SERVICE_WIN32_SHARE_PROCESS); }, 0, {}, SERVICE_STOPPED, {}, {}, {}, installed("", "32")},
-        {"no name, no binary path", None, [] { return ZN_ServiceInstalled(L"") + ZN_InstallService(kName, L"D", L""); }, 87, {"ZN_ServiceInstalled refused: service name is missing or not valid", "ZN_InstallService refused: binary path is missing or not valid"}},
-        {"remove a running service", Running, [] { return ZN_RemoveService(kName); }, 0, {}, kGone},
+        {"no name, no binary path", None, [] { return ZN_ServiceInstalled(L"") + ZN_InstallService(Name(), L"D", L""); }, 87, {"ZN_ServiceInstalled refused: service name is missing or not valid", "ZN_InstallService refused: binary path is missing or not valid"}},
+        {"remove a running service", Running, [] { return ZN_RemoveService(Name()); }, 0, {}, kGone},
     };
     for (const Case& c : cases) Check(c);
 }
@@ -216,8 +238,8 @@ TEST(ServiceControl, LoadsAndRemovesKernelDrivers) {
     const std::string notDeleted = "RemoverNtDriver delete service WrTestMain error: 0";
     const std::string config = "DisplayName=WrTestMain|; ErrorControl=dword:1; ImagePath=" + std::string(kDriverPath) +
                                "|; ObjectName=LocalSystem|; PreshutdownTimeout=dword:180000; Start=dword:3; Type=dword:1; ";
-    const auto load = [] { return ZN_LoadNtDriver("WrTestMain", kDriverPath); };
-    const auto remove = [] { return ZN_RemoverNtDriver("WrTestMain"); };
+    const auto load = [] { return ZN_LoadNtDriver(wrtest::Narrow(gName).c_str(), kDriverPath); };
+    const auto remove = [] { return ZN_RemoverNtDriver(wrtest::Narrow(gName).c_str()); };
     const Case cases[] = {
         {"new driver", None, load, 0, {done}, SERVICE_STOPPED, {}, {"start 0"}, 0, config},
         {"Wine cannot start it", None, load, 1114, {"LoadNtDriver start service WrTestMain error: 1114"}, SERVICE_STOPPED, {}, {"start 1114"}},
@@ -236,8 +258,8 @@ TEST(ServiceStartStop, WaitOnlyWhileTheServiceProgressesAndStopsGiveUpAfterThirt
     const std::string done = "ZN_StartService start service WrTestMain successfully";
     const std::string pending = "ZN_StopService service WrTestMain stop pending";
     const std::string timeout = "ZN_StopService service WrTestMain stop timeout";
-    const auto start = [] { return ZN_StartService(kName); };
-    const auto stop = [] { return ZN_StopService(kName); };
+    const auto start = [] { return ZN_StartService(Name()); };
+    const auto stop = [] { return ZN_StopService(Name()); };
     Lines beyond(16, pending);
     beyond.insert(beyond.end(), {timeout, "ZN_StopService control of service WrTestMain error: 1061", timeout});
     std::vector<DWORD> beyondSleeps(16, 2000);
@@ -273,7 +295,7 @@ std::string Written(const std::string& description, const std::string& display) 
 }
 DWORD Add(WCHAR letter, const wchar_t* display, const wchar_t* description, const wchar_t* failValue = L"") {
     FailValue = failValue;
-    return ZN_AddService(letter, kName, wrtest::Widen(kImage).c_str(), display, description);
+    return ZN_AddService(letter, Name(), wrtest::Widen(kImage).c_str(), display, description);
 }
 
 // W holds an offline installation, X none, C is the running system.
@@ -288,7 +310,7 @@ TEST(AddService, WritesTheServiceKeyIntoTheRunningOrAnOfflineSystem) {
         {"key cannot be created", None, [] { return Add(L'W', L"Ab", L"Longer text", L"key"); }, 5, {"ZN_AddService create ZNRegKey\\ControlSet001\\Services\\WrTestMain error: 5"}},
         {"a text value fails: later ones are not written", None, [] { return Add(L'W', L"Ab", L"Longer text", L"DisplayName"); }, 5, {set + "DisplayName Ab error: 5"}, kGone, {}, {}, {}, "Description=Longer text||; ImagePath=" + image + "||; "},
         {"a number value fails", None, [] { return Add(L'W', L"Ab", L"Longer text", L"Start"); }, 5, {set + "Start 2 error: 5"}, kGone, {}, {}, {}, "Description=Longer text||; DisplayName=Ab|ger text||; ErrorControl=dword:1; ImagePath=" + image + "||; ObjectName=LocalSystem||; "},
-        {"no letter, no name, no image", None, [] { return Add(L'1', L"", L"") + ZN_AddService(L'W', L"", L"x", L"", L"") + ZN_AddService(L'W', kName, nullptr, L"", L""); }, 3 * 87, {}},
+        {"no letter, no name, no image", None, [] { return Add(L'1', L"", L"") + ZN_AddService(L'W', L"", L"x", L"", L"") + ZN_AddService(L'W', Name(), nullptr, L"", L""); }, 3 * 87, {}},
     };
     ASSERT_TRUE(wrtest::TextHive().Key("Select").Dword("Current", 1).Key("ControlSet001\\Services\\Other")
                     .Dword("Type", 16).Write(L"W:\\windows\\system32\\config\\system"));

@@ -37,12 +37,13 @@ inline void AwaitExit(DWORD pid) {
     CloseHandle(process);
 }
 
-// Ends the double's held start or stop ("start" or "stop").
-inline void Release(const std::wstring& name, const wchar_t* which) {
-    if (HANDLE h = CreateEventW(nullptr, TRUE, FALSE, (L"Global\\wrsvc-" + name + L"-" + which).c_str())) {
-        SetEvent(h);
-        CloseHandle(h);
-    }
+// Ends the double's held start or stop ("start" or "stop"), or waits (bounded) until it is
+// "ready": it has reported its first state after a start.
+inline bool Release(const std::wstring& name, const wchar_t* which) {
+    HANDLE h = CreateEventW(nullptr, TRUE, FALSE, (L"Global\\wrsvc-" + name + L"-" + which).c_str());
+    const bool done = wcscmp(which, L"ready") ? SetEvent(h) : WaitForSingleObject(h, 10000) == WAIT_OBJECT_0;
+    CloseHandle(h);
+    return done;
 }
 
 inline void FinishStop(const std::wstring& name) {
@@ -91,6 +92,7 @@ public:
     void Start() const {
         SC_HANDLE h = OpenServiceW(Manager(), name_.c_str(), SERVICE_START);
         EXPECT_TRUE(StartServiceW(h, 0, nullptr)) << "start " << wrtest::Narrow(name_) << " error " << GetLastError();
+        EXPECT_TRUE(Release(name_, L"ready")) << wrtest::Narrow(name_) << " did not report";
         CloseServiceHandle(h);
     }
 

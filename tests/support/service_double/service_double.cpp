@@ -5,6 +5,8 @@
 //   sets the event "Global\wrsvc-NAME-start"; --hold-stop: the same for a stop, with
 //   "Global\wrsvc-NAME-stop". Without them the double changes state at once. Every
 //   hold ends by itself after a minute, so a failed test cannot leave it stuck.
+// Once it has reported its first state (the held start, or running) it sets
+// "Global\wrsvc-NAME-ready": Wine answers a start before the service has run at all.
 #include <windows.h>
 
 #include <stdlib.h>
@@ -21,15 +23,16 @@ SERVICE_STATUS_HANDLE statusHandle = nullptr;
 HANDLE stopRequested = nullptr;
 
 void Report(DWORD state, DWORD waitHint = 0) {
-    const DWORD accepted = state == SERVICE_START_PENDING || state == SERVICE_STOPPED ? 0
-                           : pausable ? SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PAUSE_CONTINUE
-                                      : SERVICE_ACCEPT_STOP;
+    // A held start can be stopped, so that a test's clean-up never waits on the hold.
+    const DWORD accepted = state == SERVICE_STOPPED                            ? 0
+                           : pausable && state != SERVICE_START_PENDING ? SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PAUSE_CONTINUE
+                                                                          : SERVICE_ACCEPT_STOP;
     // A pending state reports check point 1; the others 0.
     SERVICE_STATUS status = {SERVICE_WIN32_OWN_PROCESS, state, accepted, NO_ERROR, 0, waitHint ? 1u : 0u, waitHint};
     SetServiceStatus(statusHandle, &status);
 }
 
-HANDLE ReleaseEvent(const wchar_t* name, const wchar_t* which) {
+HANDLE Event(const wchar_t* name, const wchar_t* which) {
     wchar_t full[300];
     _snwprintf_s(full, _countof(full), _TRUNCATE, L"Global\\wrsvc-%s-%s", name, which);
     return CreateEventW(nullptr, TRUE, FALSE, full);
@@ -49,18 +52,17 @@ DWORD WINAPI Handler(DWORD control, DWORD, void*, void*) {
 
 void WINAPI ServiceMain(DWORD, wchar_t** argv) {
     stopRequested = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    HANDLE startRelease = ReleaseEvent(argv[0], L"start");
-    HANDLE stopRelease = ReleaseEvent(argv[0], L"stop");
+    HANDLE startRelease = Event(argv[0], L"start"), stopRelease = Event(argv[0], L"stop"), ready = Event(argv[0], L"ready");
     statusHandle = RegisterServiceCtrlHandlerExW(argv[0], Handler, nullptr);
-    if (holdStart) Report(SERVICE_START_PENDING, startHint), WaitForSingleObject(startRelease, kHoldLimitMs);
-    Report(SERVICE_RUNNING);
+    HANDLE holdEnds[] = {startRelease, stopRequested};
+    if (holdStart) Report(SERVICE_START_PENDING, startHint), SetEvent(ready), WaitForMultipleObjects(2, holdEnds, FALSE, kHoldLimitMs);
+    if (WaitForSingleObject(stopRequested, 0) == WAIT_TIMEOUT) Report(SERVICE_RUNNING), SetEvent(ready);
     WaitForSingleObject(stopRequested, INFINITE);
     // The handler reported an unheld stop itself; its answer to the manager must leave
     // this process before the process ends, or the stop request fails with 109.
     if (holdStop) WaitForSingleObject(stopRelease, kHoldLimitMs), Report(SERVICE_STOPPED);
     else Sleep(kAnswerGraceMs);
-    CloseHandle(startRelease);
-    CloseHandle(stopRelease);
+    CloseHandle(startRelease), CloseHandle(stopRelease), CloseHandle(ready);
 }
 
 }  // namespace
