@@ -103,10 +103,10 @@ BOOL WINAPI ReportingDependants(SC_HANDLE, DWORD, ENUM_SERVICE_STATUSW* out, DWO
 Lines ReadValues(const std::wstring& path) {
     Lines out;
     HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key)) return out;
+    RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key);
     wchar_t name[64], data[256];
     for (DWORD i = 0, chars = 64, bytes = sizeof data, type = 0;
-         !RegEnumValueW(key, i, name, &chars, nullptr, &type, reinterpret_cast<BYTE*>(data), &bytes);
+         key && !RegEnumValueW(key, i, name, &chars, nullptr, &type, reinterpret_cast<BYTE*>(data), &bytes);
          ++i, chars = 64, bytes = sizeof data) {
         std::wstring text(data, bytes / 2);
         std::replace(text.begin(), text.end(), L'\0', L'|');
@@ -193,7 +193,6 @@ void Check(const Case& c) {
     if (c.after == kGone || c.after == SERVICE_STOPPED) svctest::AwaitExit(pid);
     EXPECT_EQ(c.after, svctest::Status(Name()).dwCurrentState);
     EXPECT_EQ(dependant ? DWORD(SERVICE_STOPPED) : kGone, svctest::Status(L"WrTestDep").dwCurrentState);
-    dependant.reset();
     svctest::RemoveService(Name());
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, (L"SYSTEM\\CurrentControlSet\\Services\\" + gName).c_str());
 }
