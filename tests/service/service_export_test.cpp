@@ -136,10 +136,10 @@ LSTATUS WINAPI FailingCreate(HKEY root, LPCWSTR path, DWORD reserved, LPWSTR cls
     return RegCreateKeyExW(root, path, reserved, cls, options, access, sa, key, disposition);
 }
 
-// The service's key as Wine's manager keeps it, or as ZN_AddService wrote it (offline: when
-// the hive was unmounted), one line.
+// The service's key as Wine's manager keeps it, or as ZN_AddService wrote it into the hive
+// ("at unmount: "), one line.
 std::string Settings() {
-    std::string out;
+    std::string out = AtUnload.empty() ? "" : "at unmount: ";
     for (const std::string& value : AtUnload.empty() ? ReadValues(L"SYSTEM\\CurrentControlSet\\Services\\" + gName) : AtUnload)
         out += Plain(value) + "; ";
     return out;
@@ -300,15 +300,16 @@ DWORD Add(WCHAR letter, const wchar_t* display, const wchar_t* description, cons
 // W holds an offline installation, X none, C is the running system.
 TEST(AddService, WritesTheServiceKeyIntoTheRunningOrAnOfflineSystem) {
     const std::string hive = "X:\\windows\\system32\\config\\system", set = "ZN_AddService set ", image = kImage;
+    const std::string unmount = "at unmount: ";
     const Case cases[] = {
         // The display name takes the description's byte count: the rest of the description follows it.
-        {"offline, shorter display name", None, [] { return Add(L'W', L"Ab", L"Longer text"); }, 0, {}, kGone, {}, {}, {}, Written("Longer text||", "Ab|ger text||")},
-        {"offline by lower-case letter, longer display name cut without terminator", None, [] { return Add(L'w', L"A much longer name", L"Desc"); }, 0, {}, kGone, {}, {}, {}, Written("Desc||", "A much")},
+        {"offline, shorter display name", None, [] { return Add(L'W', L"Ab", L"Longer text"); }, 0, {}, kGone, {}, {}, {}, unmount + Written("Longer text||", "Ab|ger text||")},
+        {"offline by lower-case letter, longer display name cut without terminator", None, [] { return Add(L'w', L"A much longer name", L"Desc"); }, 0, {}, kGone, {}, {}, {}, unmount + Written("Desc||", "A much")},
         {"running system by lower-case letter, defaults to the service name", None, [] { return Add(L'c', nullptr, L""); }, 0, {}, kGone, {}, {}, {}, Written("WrTestMain||", "WrTestMain||")},
         {"hive cannot be mounted", None, [] { return Add(L'X', L"Ab", L"Longer text"); }, 3, {"ZN_LoadRegistry load " + hive + " to ZNRegKey error: 3", "ZN_AddService load " + hive + " error: 3"}},
         {"key cannot be created", None, [] { return Add(L'W', L"Ab", L"Longer text", L"key"); }, 5, {"ZN_AddService create ZNRegKey\\ControlSet001\\Services\\WrTestMain error: 5"}},
-        {"a text value fails: later ones are not written", None, [] { return Add(L'W', L"Ab", L"Longer text", L"DisplayName"); }, 5, {set + "DisplayName Ab error: 5"}, kGone, {}, {}, {}, "Description=Longer text||; ImagePath=" + image + "||; "},
-        {"a number value fails", None, [] { return Add(L'W', L"Ab", L"Longer text", L"Start"); }, 5, {set + "Start 2 error: 5"}, kGone, {}, {}, {}, "Description=Longer text||; DisplayName=Ab|ger text||; ErrorControl=dword:1; ImagePath=" + image + "||; ObjectName=LocalSystem||; "},
+        {"a text value fails: later ones are not written", None, [] { return Add(L'W', L"Ab", L"Longer text", L"DisplayName"); }, 5, {set + "DisplayName Ab error: 5"}, kGone, {}, {}, {}, unmount + "Description=Longer text||; ImagePath=" + image + "||; "},
+        {"a number value fails", None, [] { return Add(L'W', L"Ab", L"Longer text", L"Start"); }, 5, {set + "Start 2 error: 5"}, kGone, {}, {}, {}, unmount + "Description=Longer text||; DisplayName=Ab|ger text||; ErrorControl=dword:1; ImagePath=" + image + "||; ObjectName=LocalSystem||; "},
         {"no letter, no name, no image", None, [] { return Add(L'1', L"", L"") + ZN_AddService(L'W', L"", L"x", L"", L"") + ZN_AddService(L'W', Name(), nullptr, L"", L""); }, 3 * 87, {}},
     };
     ASSERT_TRUE(wrtest::TextHive().Key("Select").Dword("Current", 1).Key("ControlSet001\\Services\\Other")
