@@ -1,6 +1,5 @@
-// Shared pieces of the service export tests: real test services on Wine's service
-// manager (the service double), a fake clock in the library's import table, and the
-// log comparison.
+// Shared pieces of the service tests: test services made from the service double on Wine's
+// real service manager, and a fake clock in the library's import table.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,57 +10,51 @@
 #include <vector>
 
 #include "support/import_hook.h"
-#include "support/log_capture.h"
 #include "support/wine_env.h"
 
 namespace svctest {
-
-// Every test service's name starts so; leftovers of an aborted run are removed by it.
-inline const std::wstring kPrefix = L"WrTest";
-
-inline void ExpectLog(const wrtest::LogCapture& log, const std::vector<std::string>& expected) {
-    std::vector<std::string> tagged;
-    for (const auto& e : expected) tagged.push_back(wrtest::Tagged(e));
-    EXPECT_EQ(tagged, log.Messages());
-}
 
 inline SC_HANDLE Manager() {
     static SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
     return manager;
 }
 
-inline void SetReleaseEvent(const std::wstring& name, const wchar_t* which) {
-    const std::wstring event = L"Global\\wrsvc-" + name + L"-" + which;
-    if (HANDLE h = CreateEventW(nullptr, TRUE, FALSE, event.c_str())) {
-        SetEvent(h);
-        CloseHandle(h);
-    }
-}
-
+// All zero (state 0) for a service that cannot be opened: missing or marked for deletion.
 inline SERVICE_STATUS_PROCESS Status(const std::wstring& name) {
     SERVICE_STATUS_PROCESS s = {};
     DWORD needed = 0;
-    if (SC_HANDLE h = OpenServiceW(Manager(), name.c_str(), SERVICE_QUERY_STATUS)) {
-        QueryServiceStatusEx(h, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&s), sizeof s, &needed);
-        CloseServiceHandle(h);
-    }
+    SC_HANDLE h = OpenServiceW(Manager(), name.c_str(), SERVICE_QUERY_STATUS);
+    QueryServiceStatusEx(h, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&s), sizeof s, &needed);
+    CloseServiceHandle(h);
     return s;
 }
 
-// Ends a held stop and waits (bounded) until the service's process is gone.
+// Waits, bounded, until a stopped or deleted double's process is gone.
+inline void AwaitExit(DWORD pid) {
+    HANDLE process = pid ? OpenProcess(SYNCHRONIZE, FALSE, pid) : nullptr;
+    if (!process) return;
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process, 10000)) << "service process " << pid << " did not end";
+    CloseHandle(process);
+}
+
+// Ends the double's held start or stop ("start" or "stop"), or waits (bounded) until it is
+// "ready": it has reported its first state after a start.
+inline bool Release(const std::wstring& name, const wchar_t* which) {
+    HANDLE h = CreateEventW(nullptr, TRUE, FALSE, (L"Global\\wrsvc-" + name + L"-" + which).c_str());
+    const bool done = wcscmp(which, L"ready") ? SetEvent(h) : WaitForSingleObject(h, 10000) == WAIT_OBJECT_0;
+    CloseHandle(h);
+    return done;
+}
+
 inline void FinishStop(const std::wstring& name) {
     const DWORD pid = Status(name).dwProcessId;
-    HANDLE process = pid ? OpenProcess(SYNCHRONIZE, FALSE, pid) : nullptr;
-    SetReleaseEvent(name, L"stop");
-    if (process) {
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process, 10000)) << wrtest::Narrow(name) << " did not stop";
-        CloseHandle(process);
-    }
+    Release(name, L"stop");
+    AwaitExit(pid);
 }
 
 // Stops (releasing any hold) and deletes a service; a missing one is fine.
 inline void RemoveService(const std::wstring& name) {
-    SetReleaseEvent(name, L"start");
+    Release(name, L"start");
     SC_HANDLE h = OpenServiceW(Manager(), name.c_str(), SERVICE_ALL_ACCESS);
     if (!h) return;
     SERVICE_STATUS s = {};
@@ -71,48 +64,24 @@ inline void RemoveService(const std::wstring& name) {
     CloseServiceHandle(h);
 }
 
-// Removes the test services an aborted earlier run left behind; returns their names.
-inline std::vector<std::wstring> RemoveLeftovers() {
-    std::vector<std::wstring> found;
-    DWORD bytes = 0, count = 0, resume = 0;
-    EnumServicesStatusExW(Manager(), SC_ENUM_PROCESS_INFO, SERVICE_TYPE_ALL, SERVICE_STATE_ALL, nullptr, 0, &bytes,
-                          &count, &resume, nullptr);
-    std::vector<BYTE> buffer(bytes + 1024);
-    resume = 0;
-    if (!EnumServicesStatusExW(Manager(), SC_ENUM_PROCESS_INFO, SERVICE_TYPE_ALL, SERVICE_STATE_ALL, buffer.data(),
-                               DWORD(buffer.size()), &bytes, &count, &resume, nullptr)) {
-        return found;
-    }
-    auto* entries = reinterpret_cast<ENUM_SERVICE_STATUS_PROCESSW*>(buffer.data());
-    for (DWORD i = 0; i < count; ++i) {
-        if (std::wstring(entries[i].lpServiceName).rfind(kPrefix, 0) == 0) found.push_back(entries[i].lpServiceName);
-    }
-    for (const auto& name : found) RemoveService(name);
-    return found;
-}
-
-// A service double registered with the real manager for the length of a test.
+// A service double registered with the real manager for the length of a test; its
+// options are the double's command line switches.
 class TestService {
 public:
     TestService(const std::wstring& name, const std::wstring& options = L"", const std::wstring& dependsOn = L"")
         : name_(name) {
         RemoveService(name_);
         const std::wstring image = L"\"" + wrtest::ExeDir() + L"\\servicedouble.exe\" " + name_ + L" " + options;
-        const std::wstring dependencies = dependsOn + L'\0';
         SC_HANDLE h = CreateServiceW(Manager(), name_.c_str(), name_.c_str(), SERVICE_ALL_ACCESS,
                                      SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
-                                     image.c_str(), nullptr, nullptr, dependencies.c_str(), nullptr, nullptr);
+                                     image.c_str(), nullptr, nullptr, (dependsOn + L'\0').c_str(), nullptr, nullptr);
         EXPECT_TRUE(h) << "create " << wrtest::Narrow(name_) << " error " << GetLastError();
-        if (h) CloseServiceHandle(h);
+        CloseServiceHandle(h);
     }
-    TestService(const TestService&) = delete;
-    TestService& operator=(const TestService&) = delete;
     ~TestService() { RemoveService(name_); }
 
-    const std::wstring& name() const { return name_; }
-    std::string narrow() const { return wrtest::Narrow(name_); }
     DWORD state() const { return Status(name_).dwCurrentState; }
-    // Sends a control straight to the manager, not through the library.
+    // A control sent straight to the manager, not through the library; 0 or the error.
     DWORD Send(DWORD control) const {
         SC_HANDLE h = OpenServiceW(Manager(), name_.c_str(), SERVICE_ALL_ACCESS);
         SERVICE_STATUS s = {};
@@ -122,7 +91,8 @@ public:
     }
     void Start() const {
         SC_HANDLE h = OpenServiceW(Manager(), name_.c_str(), SERVICE_START);
-        EXPECT_TRUE(StartServiceW(h, 0, nullptr)) << "start " << narrow() << " error " << GetLastError();
+        EXPECT_TRUE(StartServiceW(h, 0, nullptr)) << "start " << wrtest::Narrow(name_) << " error " << GetLastError();
+        EXPECT_TRUE(Release(name_, L"ready")) << wrtest::Narrow(name_) << " did not report";
         CloseServiceHandle(h);
     }
 
@@ -135,8 +105,8 @@ private:
 class FakeClock {
 public:
     FakeClock()
-        : tick_(kHookedDll, "GetTickCount", reinterpret_cast<void*>(&Tick)),
-          sleep_(kHookedDll, "Sleep", reinterpret_cast<void*>(&Sleep)) {
+        : tick_("KERNEL32.dll", "GetTickCount", reinterpret_cast<void*>(&Tick)),
+          sleep_("KERNEL32.dll", "Sleep", reinterpret_cast<void*>(&Sleep)) {
         EXPECT_TRUE(tick_.active() && sleep_.active());
         now = 0xFFFFC000;  // a few seconds before the counter wraps
         sleeps.clear();
@@ -149,7 +119,6 @@ public:
     static inline std::function<void(size_t)> onSleep;  // gets the sleep's number, from 1
 
 private:
-    static constexpr const char* kHookedDll = "KERNEL32.dll";
     static DWORD WINAPI Tick() { return now; }
     static void WINAPI Sleep(DWORD ms) {
         sleeps.push_back(ms);

@@ -3,33 +3,18 @@
 
 #include "service/service_wait.h"
 
-namespace {
-
-TEST(ServiceWait, PollIntervalIsATenthOfTheHintWithinOneToTenSeconds) {
-    const DWORD cases[][2] = {{0, 1000},       {9999, 1000},    {10009, 1000},       {10010, 1001},
-                              {99999, 9999},   {100000, 10000}, {100019, 10000},     {0xFFFFFFFF, 10000}};
-    for (const auto& [hint, interval] : cases) EXPECT_EQ(interval, wrenkits::PollInterval(hint)) << "hint " << hint;
-}
-
-TEST(ServiceWait, ProgressRestartsTheClockAndAStallEndsOnceMoreThanTheHintPassed) {
+TEST(ServiceWait, PollsATenthOfTheHintWithinOneToTenSecondsAndStallsOnceMoreThanTheHintPassed) {
+    const DWORD polls[][2] = {{9999, 1000}, {10009, 1000}, {10010, 1001}, {99999, 9999}, {100019, 10000}};
+    for (const auto& [hint, interval] : polls) EXPECT_EQ(interval, wrenkits::PollInterval(hint)) << "hint " << hint;
     constexpr DWORD kStart = 0xFFFFF800;  // the counter wraps during the watch
-    struct Step {
-        DWORD tick, checkPoint;
-        bool progressing;
-    } steps[] = {
-        {kStart + 1000, 1, true},
-        {kStart + 3000, 1, true},          // exactly the hint: not more
-        {kStart + 3001, 2, true},          // grew: the clock restarts here
-        {kStart + 6001, 2, true},
-        {kStart + 6002, 1, false},         // a smaller check point is no progress
-    };
+    // Tick, check point, progressing: exactly the hint is not more; growth restarts the clock;
+    // a smaller check point is no progress.
+    const DWORD steps[][3] = {{kStart + 3000, 1, 1}, {kStart + 3001, 2, 1}, {kStart + 6001, 2, 1}, {kStart + 6002, 1, 0}};
     wrenkits::ProgressWatch watch(kStart, 1);
     SERVICE_STATUS_PROCESS s = {};
     s.dwWaitHint = 3000;
-    for (const Step& step : steps) {
-        s.dwCheckPoint = step.checkPoint;
-        EXPECT_EQ(step.progressing, watch.Progressing(step.tick, s)) << step.tick - kStart;
+    for (const auto& [tick, checkPoint, progressing] : steps) {
+        s.dwCheckPoint = checkPoint;
+        EXPECT_EQ(progressing != 0, watch.Progressing(tick, s)) << tick - kStart;
     }
 }
-
-}  // namespace

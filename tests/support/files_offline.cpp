@@ -31,60 +31,53 @@ LONG WINAPI LoadKey(HKEY root, LPCWSTR name, LPCWSTR file) {
     return result;
 }
 
+// Saves the mounted hive beside its file first, and moves it over the file once unmounted.
 LONG WINAPI UnloadKey(HKEY root, LPCWSTR name) {
     g.calls.push_back("unload " + Narrow(name));
     const auto mounted = g.files.find(name);
-    const std::wstring saved = mounted == g.files.end() ? L"" : mounted->second + L".saved";
-    if (!saved.empty()) {
-        HKEY key = nullptr;
-        DeleteFileW(saved.c_str());
-        const bool backup = ProcessPrivilegeEnabled(L"SeBackupPrivilege");
-        SetProcessPrivilege(L"SeBackupPrivilege", true);
-        if (RegOpenKeyExW(root, name, 0, KEY_READ, &key) == ERROR_SUCCESS) {
-            RegSaveKeyW(key, saved.c_str(), nullptr);
-            RegCloseKey(key);
-        }
-        SetProcessPrivilege(L"SeBackupPrivilege", backup);
-    }
+    if (mounted == g.files.end()) return g.unload(root, name);
+    const std::wstring saved = mounted->second + L".saved";
+    HKEY key = nullptr;
+    DeleteFileW(saved.c_str());
+    const bool backup = ProcessPrivilegeEnabled(L"SeBackupPrivilege");
+    SetProcessPrivilege(L"SeBackupPrivilege", true);
+    if (RegOpenKeyExW(root, name, 0, KEY_READ, &key) == ERROR_SUCCESS) RegSaveKeyW(key, saved.c_str(), nullptr);
+    RegCloseKey(key);
+    SetProcessPrivilege(L"SeBackupPrivilege", backup);
     const LONG result = g.unload(root, name);
-    if (result == ERROR_SUCCESS && !saved.empty()) {
-        MoveFileExW(saved.c_str(), mounted->second.c_str(), MOVEFILE_REPLACE_EXISTING);
-        g.files.erase(mounted);
-    }
+    if (result != ERROR_SUCCESS) return result;
+    MoveFileExW(saved.c_str(), mounted->second.c_str(), MOVEFILE_REPLACE_EXISTING);
+    g.files.erase(mounted);
     return result;
 }
 
 std::string Render(DWORD type, const BYTE* data, DWORD bytes) {
     char out[16];
     if (type == REG_DWORD && bytes == 4) {
-        snprintf(out, sizeof out, "dword:%08lx", *reinterpret_cast<const unsigned long*>(data));
+        _snprintf_s(out, sizeof out, _TRUNCATE, "dword:%08lx", *reinterpret_cast<const unsigned long*>(data));
         return out;
     }
     if (type == REG_SZ) return "sz:" + Narrow(std::wstring(reinterpret_cast<const wchar_t*>(data), bytes / 2).c_str());
-    snprintf(out, sizeof out, "hex(%lu):", type);
+    _snprintf_s(out, sizeof out, _TRUNCATE, "hex(%lu):", type);
     std::string text = out;
-    for (DWORD i = 0; i < bytes; ++i) {
-        snprintf(out, sizeof out, i ? ",%02x" : "%02x", data[i]);
-        text += out;
-    }
+    for (DWORD i = 0; i < bytes; ++i) _snprintf_s(out, sizeof out, _TRUNCATE, i ? ",%02x" : "%02x", data[i]), text += out;
     return text;
 }
 
 void DumpKey(HKEY key, const std::string& path, std::set<std::string>& out) {
     if (!path.empty()) out.insert(path);
+    const std::string prefix = path.empty() ? "" : path + "\\";
     wchar_t name[256];
     BYTE data[2048];
-    for (DWORD i = 0;; ++i) {
-        DWORD chars = 256, type = 0, bytes = sizeof data;
-        if (RegEnumValueW(key, i, name, &chars, nullptr, &type, data, &bytes) != ERROR_SUCCESS) break;
-        out.insert(path + (path.empty() ? "" : "\\") + Narrow(name) + " = " + Render(type, data, bytes));
+    for (DWORD i = 0, chars = 256, type = 0, bytes = sizeof data;
+         RegEnumValueW(key, i, name, &chars, nullptr, &type, data, &bytes) == ERROR_SUCCESS;
+         ++i, chars = 256, bytes = sizeof data) {
+        out.insert(prefix + Narrow(name) + " = " + Render(type, data, bytes));
     }
-    for (DWORD i = 0;; ++i) {
-        DWORD chars = 256;
-        if (RegEnumKeyExW(key, i, name, &chars, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
+    for (DWORD i = 0, chars = 256; RegEnumKeyExW(key, i, name, &chars, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+         ++i, chars = 256) {
         HKEY child = nullptr;
-        if (RegOpenKeyExW(key, name, 0, KEY_READ, &child) != ERROR_SUCCESS) continue;
-        DumpKey(child, path + (path.empty() ? "" : "\\") + Narrow(name), out);
+        if (RegOpenKeyExW(key, name, 0, KEY_READ, &child) == ERROR_SUCCESS) DumpKey(child, prefix + Narrow(name), out);
         RegCloseKey(child);
     }
 }
@@ -102,15 +95,10 @@ std::set<std::string> DumpHive(const std::wstring& file) {
     std::set<std::string> out;
     const bool restore = ProcessPrivilegeEnabled(L"SeRestorePrivilege");
     SetProcessPrivilege(L"SeRestorePrivilege", true);
-    if (RegLoadKeyW(HKEY_LOCAL_MACHINE, L"WrenkitsCheck", file.c_str()) == ERROR_SUCCESS) {
-        HKEY key = nullptr;
-        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"WrenkitsCheck", 0, KEY_READ, &key) == ERROR_SUCCESS) {
-            DumpKey(key, "", out);
-            RegCloseKey(key);
-        }
-    } else {
-        out.insert("<no hive>");
-    }
+    HKEY key = nullptr;
+    if (RegLoadKeyW(HKEY_LOCAL_MACHINE, L"WrenkitsCheck", file.c_str()) != ERROR_SUCCESS) out.insert("<no hive>");
+    else if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"WrenkitsCheck", 0, KEY_READ, &key) == ERROR_SUCCESS) DumpKey(key, "", out);
+    RegCloseKey(key);
     RegUnLoadKeyW(HKEY_LOCAL_MACHINE, L"WrenkitsCheck");
     SetProcessPrivilege(L"SeRestorePrivilege", restore);
     return out;
@@ -123,13 +111,11 @@ std::set<std::string> ListTree(const std::wstring& root) {
     if (search == INVALID_HANDLE_VALUE) return out;
     do {
         const std::wstring name = found.cFileName;
+        const bool folder = found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
         if (name == L"." || name == L"..") continue;
-        if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
-            out.insert(Narrow(name));
-            continue;
-        }
-        out.insert(Narrow(name) + "\\");
-        for (const std::string& inner : ListTree(root + L"\\" + name)) out.insert(Narrow(name) + "\\" + inner);
+        out.insert(Narrow(name) + (folder ? "\\" : ""));
+        for (const std::string& inner : folder ? ListTree(root + L"\\" + name) : std::set<std::string>{})
+            out.insert(Narrow(name) + "\\" + inner);
     } while (FindNextFileW(search, &found));
     FindClose(search);
     return out;
