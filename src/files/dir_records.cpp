@@ -52,51 +52,35 @@ void CopyName(WCHAR (&to)[N], const WCHAR (&from)[M]) {
     wcscpy_s(to, N, from);
 }
 
-// Fields common to layouts 1 and 2: everything up to the fourth 16-bit field.
+// Layouts 1 and 2 are the entry's head without E8 and E9: the same bytes up to E7,
+// then E10 to E17 behind them. One map of those two runs serves both directions.
+constexpr size_t kLeadBytes = offsetof(DirEntryRecord, E8);
+constexpr size_t kEntryRunOffset = offsetof(DirEntryRecord, E10);
+constexpr size_t kRunBytes = offsetof(DirEntryRecord, E18) - kEntryRunOffset;
+
 template <typename Older>
-void OlderHeadToEntry(const Older& c, DirEntryRecord& e) {
-    e.E1 = c.C1;
-    e.E2 = c.C2;
-    e.E3 = c.C3;
-    e.E4 = c.C4;
-    e.E5 = c.C5;
-    e.E6 = c.C6;
-    e.E7 = c.C7;
-    e.E8 = 0;
-    e.E9 = 0;
-    e.E10 = c.C8;
-    e.E11 = c.C9;
-    e.E12 = c.C10;
-    e.E13 = c.C11;
-    e.E14 = c.C12;
-    e.E15 = c.C13;
-    e.E16 = c.C14;
-    e.E17 = static_cast<WORD>(c.C15 | kFourthFieldMark);
-    // Only a folder's record carries these two again.
-    if (c.C2 & FILE_ATTRIBUTE_DIRECTORY) {
-        e.E8 = c.C6;
-        e.E9 = c.C8;
-    }
+void MoveHead(Older& c, DirEntryRecord& e, bool toEntry) {
+    static_assert(offsetof(Older, C8) == kLeadBytes && offsetof(Older, C15) + sizeof c.C15 == kLeadBytes + kRunBytes);
+    auto* entry = reinterpret_cast<unsigned char*>(&e);
+    auto* older = reinterpret_cast<unsigned char*>(&c);
+    memcpy(toEntry ? entry : older, toEntry ? older : entry, kLeadBytes);
+    memcpy(toEntry ? entry + kEntryRunOffset : older + kLeadBytes,
+           toEntry ? older + kLeadBytes : entry + kEntryRunOffset, kRunBytes);
 }
 
 template <typename Older>
-void EntryHeadToOlder(const DirEntryRecord& e, Older& c) {
-    c.C1 = e.E1;
-    c.C2 = e.E2;
-    c.C3 = e.E3;
-    c.C4 = e.E4;
-    c.C5 = e.E5;
-    c.C6 = e.E6;
-    c.C7 = e.E7;
-    c.C8 = e.E10;
-    c.C9 = e.E11;
-    c.C10 = e.E12;
-    c.C11 = e.E13;
-    c.C12 = e.E14;
-    c.C13 = e.E15;
-    c.C14 = e.E16;
-    c.C15 = e.E17;  // the mark added on the way in stays
+void OlderHeadToEntry(Older& c, DirEntryRecord& e) {
+    MoveHead(c, e, true);
+    e.E17 = static_cast<WORD>(c.C15 | kFourthFieldMark);
+    // Only a folder's record carries these two again.
+    const bool folder = c.C2 & FILE_ATTRIBUTE_DIRECTORY;
+    e.E8 = folder ? c.C6 : 0;
+    e.E9 = folder ? c.C8 : 0;
 }
+
+// The mark added on the way in stays in the fourth field.
+template <typename Older>
+void EntryHeadToOlder(DirEntryRecord& e, Older& c) { MoveHead(c, e, false); }
 
 }  // namespace
 
