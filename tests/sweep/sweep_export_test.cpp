@@ -345,3 +345,30 @@ TEST(Sweep, EveryExportRefusesHostileArgumentsWithoutHarm) {
 }
 
 }  // namespace
+
+namespace {
+
+// Found by the sweep's buffer rows: a product name that fills its 200-byte buffer was
+// handed back without a terminator. The running system's key holds such a value here,
+// stored as bytes: Wine, unlike Windows, answers 234 for a string that fills the buffer.
+TEST(Sweep, GetSystemInfoRefusesAValueThatFillsItsBuffer) {
+    HKEY key = nullptr;
+    ASSERT_EQ(0, RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", 0,
+                               KEY_QUERY_VALUE | KEY_SET_VALUE, &key));
+    wchar_t saved[MAX_PATH] = {};
+    DWORD savedBytes = sizeof saved, type = 0;
+    const bool had = RegQueryValueExW(key, L"ProductName", nullptr, &type, reinterpret_cast<BYTE*>(saved), &savedBytes) == 0;
+    const std::wstring full(100, L'x');
+    ASSERT_EQ(0, RegSetValueExW(key, L"ProductName", 0, REG_BINARY, reinterpret_cast<const BYTE*>(full.data()), 200));
+    Arena arena;
+    auto* name = static_cast<wchar_t*>(arena.Block(200));
+    const BOOL ok = ZN_GetSystemInfo(L'C', nullptr, nullptr, nullptr, name, nullptr);
+    if (had) RegSetValueExW(key, L"ProductName", 0, type, reinterpret_cast<BYTE*>(saved), savedBytes);
+    if (!had) RegDeleteValueW(key, L"ProductName");
+    RegCloseKey(key);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(L'\0', name[0]);
+    EXPECT_EQ("", arena.Overrun());
+}
+
+}  // namespace
