@@ -56,10 +56,13 @@ struct Kind {
     std::function<T(Arena&)> make;
 };
 
+bool g_unc = false;  // the row in progress takes network paths
+
 template <typename Char>
-const Char* Text(Arena& a, size_t chars) {  // "Q:\aaa...", `chars` characters long
+const Char* Text(Arena& a, size_t chars) {  // "Q:\aaa..." or "\\s\aaa...", `chars` characters long
     std::basic_string<Char> s(chars, Char('a'));
-    if (chars >= 3) s[0] = Char('Q'), s[1] = Char(':'), s[2] = Char('\\');
+    const char* head = g_unc ? "\\\\s\\" : "Q:\\";
+    for (size_t i = 0; head[i] && i < chars; ++i) s[i] = Char(head[i]);
     return static_cast<const Char*>(a.Block((chars + 1) * sizeof(Char), s.c_str()));
 }
 
@@ -162,6 +165,7 @@ struct Row {
     bool writesBeforeRefusing = false;
     size_t textChars = MAX_PATH;
     char letter = 'Q';  // no such drive: nothing found, nothing acted on; 'C' for exports that only read
+    bool unc = false;
 };
 
 template <size_t I, typename R, typename... A>
@@ -246,17 +250,17 @@ const Row kRows[] = {
     ROW(ZN_CopyFolderEx, "87/87/206 87/87"),
     ROW(ZN_IsEmptyFolder, "T/T/T"),
     ROW(ZN_RegActiveX, "87/87/206"),
-    ROW(ZN_CheckPath, "- - - 87 87 87 87"),
+    ROW(ZN_CheckPath, "-/-/206 -/-/206 - 87 87 87 87", true, MAX_PATH, 'Q', true),  // flags set as it classifies
     ROW(ZN_CopyDirData, "87 87 206"),
     ROW(ZN_CopyDirDataX, "87 87 206"),
     ROW(ZN_CopyDirDataX2, "87 87 206"),
-    ROW(ZN_ConnectNetworkPath, "87/- 87/- 87/-"),
-    ROW(ZN_ConnectNetworkPathA, "87/-/206 87/-/206 87/-/206"),
-    ROW(ZN_DisconnectNetworkPath, "0/0"),
-    ROW(ZN_DisconnectNetworkPathA, "0/0/206"),
+    ROW(ZN_ConnectNetworkPath, "87/-/206 87/-/206 87/-", false, MAX_PATH, 'Q', true),
+    ROW(ZN_ConnectNetworkPathA, "87/-/206 87/-/206 87/-/206", false, MAX_PATH, 'Q', true),
+    ROW(ZN_DisconnectNetworkPath, "0/0", false, MAX_PATH, 'Q', true),
+    ROW(ZN_DisconnectNetworkPathA, "0/0/206", false, MAX_PATH, 'Q', true),
     ROW(ZN_GetFirstIpAddress, "F", false, 16),
     ROW(ZN_GetDomainName, "87 87 87"),
-    ROW(ZN_MapNetDrive, "87/87/206 87 -/-/206"),
+    ROW(ZN_MapNetDrive, "87/87 87 -/-/206", false, MAX_PATH, 'Q', true),
     ROW(ZN_DisconnectNetDrive, "87"),
     ROW(ZN_EnumNetworkAdapters, "- 87"),
     ROW(ZN_SetNetworkAdapter, "87"),
@@ -325,6 +329,7 @@ TEST(Sweep, EveryExportRefusesHostileArgumentsWithoutHarm) {
     for (const Row& row : kRows) {
         g_textChars = row.textChars;
         g_letter = row.letter;
+        g_unc = row.unc;
         row.sweep(row);
     }
     EXPECT_EQ(std::vector<std::string>{}, tools.Commands("shutdown"));
