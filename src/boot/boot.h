@@ -6,6 +6,7 @@
 #include <stddef.h>
 #include <windows.h>
 
+#include "boot/guid_extract.h"
 #include "frame/text.h"
 
 // Writes the boot configuration editor's path into `path` (260 characters): the
@@ -20,19 +21,6 @@ DWORD GetBcdexePath(LPWSTR path);
 DWORD CopyBootMgr(int volume, LPWSTR newEntryId);
 
 namespace wrenkits {
-
-// What the editor's answer to the copy command held.
-enum class CopyAnswer {
-    Short,         // no longer than the command: no answer worth reading
-    NoIdentifier,  // an answer, but no "{...}" behind the command's length
-    Identifier,    // `id` holds the braced identifier
-    TooLong,       // "{...}" found but longer than an identifier may be
-};
-
-// The identifier is looked for behind the first `commandBytes` bytes, where
-// Windows' interpreter echoes the command (which holds "{bootmgr}" itself).
-// `id` (idBytes > 1) is always terminated; it stays empty unless Identifier.
-CopyAnswer ExtractCopiedEntryId(const char* answer, size_t commandBytes, char* id, size_t idBytes);
 
 // Formats an editor argument text into a 260-character buffer. A text that would
 // be cut is refused: the refusal is logged under `user` and false is returned, so

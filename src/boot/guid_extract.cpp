@@ -1,6 +1,6 @@
 #include <string.h>
 
-#include "boot/boot.h"
+#include "boot/guid_extract.h"
 
 namespace wrenkits {
 

@@ -3,8 +3,6 @@
 // buffers, kept apart from the device requests that read and write them.
 #pragma once
 
-#include <windows.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -28,8 +26,8 @@ using LayoutBuffer = std::span<std::uint8_t, kLayoutBufferBytes>;
 using ConstLayoutBuffer = std::span<const std::uint8_t, kLayoutBufferBytes>;
 
 struct IdentityCopy {
-    DWORD result;            // 0, ERROR_INVALID_DATA (styles differ) or ERROR_FILE_NOT_FOUND (no partner)
-    DWORD missingPartition;  // the destination partition without a source partner, when result is 2
+    std::uint32_t result;            // 0, ERROR_INVALID_DATA (styles differ) or ERROR_FILE_NOT_FOUND (no partner)
+    std::uint32_t missingPartition;  // the destination partition without a source partner, when result is 2
 };
 
 // Copies the disk identity and, pairing entries by partition number, each partition's

@@ -1,7 +1,7 @@
 #include <climits>
 #include <cstring>
 
-#include "disk/disk_volumes.h"
+#include "disk/disk_rules.h"
 
 namespace wrenkits {
 

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "disk/disk_volumes.h"
+#include "disk/disk_rules.h"
 
 namespace wrenkits {
 
@@ -47,10 +47,10 @@ std::uint64_t HighestUsedCluster(std::span<const std::uint8_t> bitmap, std::uint
     return 0;
 }
 
-std::uint64_t MinSizeClusters(std::uint64_t highestUsed, DWORD totalClusters, DWORD freeClusters,
+std::uint64_t MinSizeClusters(std::uint64_t highestUsed, std::uint32_t totalClusters, std::uint32_t freeClusters,
                               std::uint64_t bitmapClusters) {
     if (highestUsed > totalClusters) return totalClusters;
-    const DWORD used = totalClusters - freeClusters;
+    const std::uint32_t used = totalClusters - freeClusters;
     if (highestUsed < used) return bitmapClusters;
     return std::min(highestUsed + kClusterMargin, bitmapClusters);
 }

@@ -1,10 +1,9 @@
 // Conversion between the product's full directory entry record and its three older,
-// shorter layouts. Pure data work: no I/O besides the one refusal line.
+// shorter layouts: the refusals and the one log line; the rules are in dir_record_rules.h.
 #include <stddef.h>
-#include <string.h>
-#include <wchar.h>
 
 #include "Wrenkits.h"
+#include "files/dir_record_rules.h"
 #include "frame/log.h"
 
 // The layouts are exchanged with callers byte for byte: every field sits where the
@@ -25,134 +24,26 @@ static_assert(sizeof(DirDataX2Record) == 622 && offsetof(DirDataX2Record, D14) =
 
 namespace {
 
-constexpr WORD kFourthFieldMark = 0x100;
-
-template <size_t N>
-bool Terminated(const WCHAR (&text)[N]) {
-    return wmemchr(text, L'\0', N) != nullptr;
-}
-
-// A name without its terminator would have the bounded copy read past the field;
-// the record is refused whole instead, before anything is written.
-template <size_t N, size_t M>
-bool NamesFit(const char* who, const WCHAR (&name)[N], const WCHAR (&shortName)[M]) {
-    if (Terminated(name) && Terminated(shortName)) return true;
+// A record with an unterminated name is refused whole, before anything is written.
+DWORD Converted(const char* who, bool converted) {
+    if (converted) return ERROR_SUCCESS;
     LogA("%s name not terminated within its field, record not converted", who);
-    return false;
-}
-template <size_t N>
-bool NamesFit(const char* who, const WCHAR (&name)[N]) {
-    const WCHAR none[1] = {};
-    return NamesFit(who, name, none);
-}
-
-template <size_t N, size_t M>
-void CopyName(WCHAR (&to)[N], const WCHAR (&from)[M]) {
-    static_assert(N == M);
-    wcscpy_s(to, N, from);
-}
-
-// Fields common to layouts 1 and 2: everything up to the fourth 16-bit field.
-template <typename Older>
-void OlderHeadToEntry(const Older& c, DirEntryRecord& e) {
-    e.E1 = c.C1;
-    e.E2 = c.C2;
-    e.E3 = c.C3;
-    e.E4 = c.C4;
-    e.E5 = c.C5;
-    e.E6 = c.C6;
-    e.E7 = c.C7;
-    e.E8 = 0;
-    e.E9 = 0;
-    e.E10 = c.C8;
-    e.E11 = c.C9;
-    e.E12 = c.C10;
-    e.E13 = c.C11;
-    e.E14 = c.C12;
-    e.E15 = c.C13;
-    e.E16 = c.C14;
-    e.E17 = static_cast<WORD>(c.C15 | kFourthFieldMark);
-    // Only a folder's record carries these two again.
-    if (c.C2 & FILE_ATTRIBUTE_DIRECTORY) {
-        e.E8 = c.C6;
-        e.E9 = c.C8;
-    }
-}
-
-template <typename Older>
-void EntryHeadToOlder(const DirEntryRecord& e, Older& c) {
-    c.C1 = e.E1;
-    c.C2 = e.E2;
-    c.C3 = e.E3;
-    c.C4 = e.E4;
-    c.C5 = e.E5;
-    c.C6 = e.E6;
-    c.C7 = e.E7;
-    c.C8 = e.E10;
-    c.C9 = e.E11;
-    c.C10 = e.E12;
-    c.C11 = e.E13;
-    c.C12 = e.E14;
-    c.C13 = e.E15;
-    c.C14 = e.E16;
-    c.C15 = e.E17;  // the mark added on the way in stays
+    return ERROR_FILENAME_EXCED_RANGE;
 }
 
 }  // namespace
 
 extern "C" DWORD WINAPI ZN_CopyDirData(DirDataRecord* record, DirEntryRecord* entry, BOOL toEntry) {
-    constexpr char kName[] = "ZN_CopyDirData";
     if (!record || !entry) return ERROR_INVALID_PARAMETER;
-    if (toEntry) {
-        if (!NamesFit(kName, record->C17)) return ERROR_FILENAME_EXCED_RANGE;
-        OlderHeadToEntry(*record, *entry);
-        entry->E20 = record->C16;
-        entry->E18[0] = L'\0';
-        CopyName(entry->E21, record->C17);
-    } else {
-        if (!NamesFit(kName, entry->E21)) return ERROR_FILENAME_EXCED_RANGE;
-        EntryHeadToOlder(*entry, *record);
-        record->C16 = entry->E20;
-        CopyName(record->C17, entry->E21);
-    }
-    return ERROR_SUCCESS;
+    return Converted("ZN_CopyDirData", wrenkits::dirrecords::ConvertDirData(*record, *entry, toEntry));
 }
 
 extern "C" DWORD WINAPI ZN_CopyDirDataX(DirDataXRecord* record, DirEntryRecord* entry, BOOL toEntry) {
-    constexpr char kName[] = "ZN_CopyDirDataX";
     if (!record || !entry) return ERROR_INVALID_PARAMETER;
-    if (toEntry) {
-        if (!NamesFit(kName, record->C18, record->C16)) return ERROR_FILENAME_EXCED_RANGE;
-        OlderHeadToEntry(*record, *entry);
-        entry->E20 = record->C17;
-        CopyName(entry->E18, record->C16);
-        CopyName(entry->E21, record->C18);
-    } else {
-        if (!NamesFit(kName, entry->E21, entry->E18)) return ERROR_FILENAME_EXCED_RANGE;
-        EntryHeadToOlder(*entry, *record);
-        record->C17 = entry->E20;
-        CopyName(record->C16, entry->E18);
-        CopyName(record->C18, entry->E21);
-    }
-    return ERROR_SUCCESS;
+    return Converted("ZN_CopyDirDataX", wrenkits::dirrecords::ConvertDirDataX(*record, *entry, toEntry));
 }
 
 extern "C" DWORD WINAPI ZN_CopyDirDataX2(DirDataX2Record* record, DirEntryRecord* entry, BOOL toEntry) {
     if (!record || !entry) return ERROR_INVALID_PARAMETER;
-    // Layout 3 is the entry record without E19: the same bytes up to the short name.
-    constexpr size_t kHead = offsetof(DirEntryRecord, E19);
-    static_assert(kHead == offsetof(DirDataX2Record, D19));
-    // The short name travels inside the head as plain bytes; only the name is a string copy.
-    if (!NamesFit("ZN_CopyDirDataX2", toEntry ? record->D20 : entry->E21)) return ERROR_FILENAME_EXCED_RANGE;
-    if (toEntry) {
-        memcpy(entry, record, kHead);
-        entry->E19 = 0;
-        entry->E20 = record->D19;
-        CopyName(entry->E21, record->D20);
-    } else {
-        memcpy(record, entry, kHead);
-        record->D19 = entry->E20;
-        CopyName(record->D20, entry->E21);
-    }
-    return ERROR_SUCCESS;
+    return Converted("ZN_CopyDirDataX2", wrenkits::dirrecords::ConvertDirDataX2(*record, *entry, toEntry));
 }

@@ -7,6 +7,7 @@
 
 #include "Wrenkits.h"
 #include "frame/log.h"
+#include "frame/text_rules.h"
 
 namespace wrenkits {
 
@@ -79,42 +80,14 @@ extern "C" int WINAPI ZN_TranslateSize(LONGLONG bytes, LPWSTR text, DWORD textCh
     }
 
     static const wchar_t* const kUnits[] = {L"B", L"K", L"M", L"G", L"T"};
-    int n = 0;
-    LONGLONG divisor = 1;
-    while (n < 5) {
-        divisor *= 1024;
-        ++n;
-        if (bytes / divisor < 1) break;
-    }
-    const double value = static_cast<double>(bytes) / static_cast<double>(divisor / 1024);
-    return _snwprintf_s(text, textChars, _TRUNCATE, L"%.2f %s", value, kUnits[n - 1]);
+    const wrenkits::ScaledSize size = wrenkits::ScaleSize(bytes);
+    return _snwprintf_s(text, textChars, _TRUNCATE, L"%.2f %s", size.value, kUnits[size.unit]);
 }
-
-namespace {
-
-template <typename Char, typename Len, typename Cmp, typename NCmp>
-int CompareText(const Char* first, const Char* second, INT matchTail, Len len, Cmp cmp, NCmp ncmp) {
-    if (!first || !second) return 15;
-    if (cmp(first, second) == 0) return 0;
-    const size_t lf = len(first);
-    const size_t ls = len(second);
-    if (ls > lf) {
-        if (ncmp(second, first, lf) == 0) return -1;
-        if (!matchTail) return 15;
-        return ncmp(second + (ls - lf), first, lf) == 0 ? -1 : 15;
-    }
-    if (ls == lf) return 15;
-    if (ncmp(first, second, ls) == 0) return 1;
-    if (!matchTail) return 15;
-    return ncmp(first + (lf - ls), second, ls) == 0 ? 1 : 15;
-}
-
-}  // namespace
 
 extern "C" int WINAPI ZN_CompareStringA(LPCSTR first, LPCSTR second, INT matchTail) {
-    return CompareText(first, second, matchTail, strlen, _stricmp, _strnicmp);
+    return wrenkits::CompareText(first, second, matchTail, strlen, _stricmp, _strnicmp);
 }
 
 extern "C" int WINAPI ZN_CompareStringW(LPCWSTR first, LPCWSTR second, INT matchTail) {
-    return CompareText(first, second, matchTail, wcslen, _wcsicmp, _wcsnicmp);
+    return wrenkits::CompareText(first, second, matchTail, wcslen, _wcsicmp, _wcsnicmp);
 }

@@ -6,6 +6,7 @@
 
 #include "Wrenkits.h"
 #include "frame/text.h"
+#include "net/name_server.h"
 
 // Whether `folder` is reachable and, when `checkWrite` is non-zero, writable: a
 // directory is created in it and removed again. 0 reachable (and writable), 112 disk
@@ -50,11 +51,6 @@ bool QualifiedUserKeepingDomain(const wchar_t* path, const wchar_t* user, wchar_
 // The path check's answer for a connection error other than 0 and 1219.
 DWORD ClassifyConnectionError(DWORD error);
 
-// "NameServer" holds the DNS servers separated by a comma. The part before the
-// first comma goes to `primary`, everything after it to `secondary`; an empty part
-// leaves its field alone, and so does a part that does not fit its 20 characters
-// (then the result is false).
-bool SplitNameServer(const wchar_t* text, wchar_t (&primary)[20], wchar_t (&secondary)[20]);
 // The "NameServer" text of two DNS fields: "primary,secondary", without the comma
 // when either is empty.
 void JoinNameServer(const wchar_t* primary, const wchar_t* secondary, wchar_t (&text)[100]);

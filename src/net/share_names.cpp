@@ -7,14 +7,6 @@ namespace wrenkits {
 
 namespace {
 
-// Copies `count` characters and a terminator; false when they would not fit.
-bool CopyPart(wchar_t* out, size_t capacity, const wchar_t* text, size_t count) {
-    if (count >= capacity) return false;
-    wmemcpy(out, text, count);
-    out[count] = L'\0';
-    return true;
-}
-
 // The server name: the text after the leading two backslashes up to the next one.
 void ServerPart(const wchar_t* path, const wchar_t*& server, size_t& length) {
     const size_t skip = wcsnlen(path, 2);
@@ -91,17 +83,6 @@ DWORD ClassifyConnectionError(DWORD error) {
     default:
         return 67;
     }
-}
-
-bool SplitNameServer(const wchar_t* text, wchar_t (&primary)[20], wchar_t (&secondary)[20]) {
-    const size_t firstLength = wcscspn(text, L",");
-    bool whole = true;
-    if (firstLength > 0) whole = CopyPart(primary, 20, text, firstLength) && whole;
-    if (text[firstLength] == L',') {
-        const wchar_t* rest = text + firstLength + 1;
-        if (*rest) whole = CopyPart(secondary, 20, rest, wcslen(rest)) && whole;
-    }
-    return whole;
 }
 
 void JoinNameServer(const wchar_t* primary, const wchar_t* secondary, wchar_t (&text)[100]) {

@@ -116,6 +116,10 @@ extern "C" DWORD WINAPI ZN_LoadRegistry(LPCWSTR hiveFile, LPCWSTR keyName) {
         LogLoadFailure(hiveFile ? hiveFile : L"", keyName ? keyName : L"", ERROR_INVALID_PARAMETER);
         return ERROR_INVALID_PARAMETER;
     }
+    // Every repair path works on the file name in a path buffer; a longer one is not
+    // handed to the registry at all (Wine's loader crashes on one past NT path length).
+    if (wcsnlen(hiveFile, wrenkits::kPathChars) >= wrenkits::kPathChars)
+        return wrenkits::RefuseTooLong("ZN_LoadRegistry", "hive path", wrenkits::kPathChars - 1);
 
     LONG result = LoadHive(hiveFile, keyName);
     if (NeedsPrivilege(result)) {

@@ -177,17 +177,28 @@ extern "C" BOOL WINAPI ZN_GetSystemInfo(WCHAR driveLetter, PBYTE major, PBYTE mi
         programs[0] = driveLetter;
         *is64Bit = ::GetFileAttributesW(programs) != INVALID_FILE_ATTRIBUTES ? 1 : 0;
     }
+    // A value that fills its buffer has no terminator: handing it on would have the
+    // caller read past the buffer, so it is emptied and refused.
+    constexpr size_t kValueChars = kValueBytes / sizeof(wchar_t);
+    const auto unterminated = [](LPWSTR text, const char* what) {
+        if (wcsnlen(text, kValueChars) < kValueChars) return false;
+        text[0] = L'\0';
+        RefuseTooLong("ZN_GetSystemInfo", what, kValueChars - 1);
+        return true;
+    };
     if (productName) {
         if (const LONG result = ReadString(key.get(), L"ProductName", productName, kValueBytes)) {
             LogW(L"%s get ProductName from %s error: %d", kSystemInfo, keyPath, result);
             return FALSE;
         }
+        if (unterminated(productName, "the product name")) return FALSE;
     }
     if (pathName) {
         if (const LONG result = ReadString(key.get(), L"PathName", pathName, kValueBytes)) {
             LogW(L"%s get PathName from %s error: %d", kSystemInfo, keyPath, result);
             return FALSE;
         }
+        if (unterminated(pathName, "the installation path")) return FALSE;
         // The installation as it is seen now: recorded as C:\Windows, found on E:.
         pathName[0] = driveLetter;
     }
