@@ -469,7 +469,8 @@ WRENKITS_API BOOL WINAPI ZN_GetSystemVersion(LPDWORD major, LPDWORD minor);
    output (refused). */
 WRENKITS_API BOOL WINAPI ZN_GetSystemVersionEx(LPDWORD major, LPDWORD minor);
 /* Reads version bytes, 64-bit flag, product name and path (200-byte buffers, every output optional; the path names the
-   given letter) of the installation on a drive; returns TRUE, or FALSE on failure or a non-letter (refused). */
+   given letter) of the installation on a drive; returns TRUE, or FALSE on failure, a non-letter or a name or path
+   that fills its 200 bytes without a terminator (emptied; all refused). */
 WRENKITS_API BOOL WINAPI ZN_GetSystemInfo(WCHAR driveLetter, PBYTE major, PBYTE minor, LPDWORD is64Bit, LPWSTR productName, LPWSTR pathName);
 /* Writes the directory-service database folder (520-byte buffer, no trailing backslash); returns 0, 87 when empty or
    for a NULL buffer, 206 for a value that fills the buffer unterminated, or the registry error. */
@@ -535,7 +536,7 @@ WRENKITS_API DWORD WINAPI ZN_ShutDown(WORD exitFlags);
 /* ------------------------------------------------------------------------ */
 
 /* Mounts a hive file under HKEY_LOCAL_MACHINE\keyName, repairing a corrupt one from its .BAK copy or by rewriting its
-   header; returns 0 or the error. */
+   header; returns 0 or the error, 87 for a NULL or empty argument, 206 for a hive path over 259 characters. */
 WRENKITS_API DWORD WINAPI ZN_LoadRegistry(LPCWSTR hiveFile, LPCWSTR keyName);
 /* Unmounts HKEY_LOCAL_MACHINE\keyName, retrying once with the needed privileges; returns 0 or the error. */
 WRENKITS_API DWORD WINAPI ZN_UnLoadRegistry(LPCWSTR keyName);
