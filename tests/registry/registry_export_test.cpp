@@ -113,7 +113,6 @@ TEST(HiveMount, LoadRetriesForPrivilegesRepairsACorruptHiveAndUnloadRetriesWithT
         {"hive gone: open fails, no last load", {}, {}, {ERROR_BADDB}, 2, {}, {noBak, "ZN_LoadRegistry open {hive} error: 2"}},
         {"backup path too long: refused, never the decoy", damaged, {}, {ERROR_BADDB, 0}, 0, {}, {"ZN_LoadRegistry refused: backup path is longer than 259 characters", rewrite}, fixed, nullptr, kLongName.c_str()},
         {"no hive file", {}, {}, {}, 87, {}, {"ZN_LoadRegistry load  to ZNRegKey error: 87"}, {}, nullptr, nullptr},
-        {"empty hive file", {}, {}, {}, 87, {}, {"ZN_LoadRegistry load  to ZNRegKey error: 87"}, {}, nullptr, L""},
         {"no key name", kText, {}, {}, 87, std::vector<LONG>{}, {"ZN_LoadRegistry load {hive} to  error: 87", "ZN_UnLoadRegistry unload  error: 87"}, {}, nullptr, L"SOFTWARE", nullptr},
         {"empty key name", kText, {}, {}, 87, std::vector<LONG>{}, {"ZN_LoadRegistry load {hive} to  error: 87", "ZN_UnLoadRegistry unload  error: 87"}, {}, nullptr, L"SOFTWARE", L""},
     };

@@ -28,10 +28,7 @@ Lines Logged(const wrtest::LogCapture& log) {
 }
 
 // Fails one advapi32 call of the DLL with 6 on its `at`th call; the others stay real.
-struct {
-    int at, calls;
-    void* real;
-} g_fault;
+struct { int at, calls; void* real; } g_fault;
 template <typename Fn, typename... Args>
 BOOL FailOrPass(Args... args) {
     if (++g_fault.calls == g_fault.at) return SetLastError(ERROR_INVALID_HANDLE), FALSE;
@@ -39,9 +36,7 @@ BOOL FailOrPass(Args... args) {
 }
 BOOL WINAPI FailOpen(HANDLE p, DWORD a, PHANDLE t) { return FailOrPass<decltype(&OpenProcessToken)>(p, a, t); }
 BOOL WINAPI FailLookup(LPCWSTR s, LPCWSTR n, PLUID l) { return FailOrPass<decltype(&LookupPrivilegeValueW)>(s, n, l); }
-BOOL WINAPI FailAdjust(HANDLE t, BOOL a, PTOKEN_PRIVILEGES s, DWORD l, PTOKEN_PRIVILEGES p, PDWORD r) {
-    return FailOrPass<decltype(&AdjustTokenPrivileges)>(t, a, s, l, p, r);
-}
+BOOL WINAPI FailAdjust(HANDLE t, BOOL a, PTOKEN_PRIVILEGES s, DWORD l, PTOKEN_PRIVILEGES p, PDWORD r) { return FailOrPass<decltype(&AdjustTokenPrivileges)>(t, a, s, l, p, r); }
 struct Fault {
     Fault(const char* function, int at) {
         for (auto [name, fake] : {std::pair<const char*, void*>{"OpenProcessToken", (void*)FailOpen}, {"LookupPrivilegeValueW", (void*)FailLookup}, {"AdjustTokenPrivileges", (void*)FailAdjust}})
@@ -214,13 +209,9 @@ TEST(Tokens, ScansLogonAndSessionLaunch) {
     }
 }
 
-// ZN_ShutDown meets only hooks and the shutdown double.
-struct {
-    std::vector<std::string> exits;  // "flags reason" of every ExitWindowsEx call
-    BOOL exitOk;
-    Names failStarts;  // programs that do not start (error 2)
-    void* createProcess;
-} g_shut;
+// ZN_ShutDown meets only hooks and the shutdown double: "flags reason" of every ExitWindowsEx
+// call, its answer, the programs that do not start (error 2).
+struct { Lines exits; BOOL exitOk; Names failStarts; void* createProcess; } g_shut;
 
 BOOL WINAPI FakeExitWindows(UINT flags, DWORD reason) {
     char call[40];
