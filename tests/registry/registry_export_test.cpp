@@ -206,8 +206,6 @@ TEST(StartupPrograms, AddAndRemoveOnTheRunningAndAnOfflineInstallation) {
         {.name = "no installation on the drive", .letter = L'W', .result = 3, .calls = {"load software"}, .log = {"ZN_LoadRegistry load W:\\windows\\system32\\config\\software to ZNRegKey error: 3", "ZN_AddStartupProcess load W:\\windows\\system32\\config\\software error: 3"}},
         {.name = "data longer than a command line", .arguments = tooLong.c_str(), .result = 206, .calls = {}, .log = {"ZN_AddStartupProcess refused: program and arguments is longer than 519 characters"}},
         // Refused without a word: the caller's own mistake.
-        {.name = "empty program", .program = L"", .result = 87, .calls = {}},
-        {.name = "empty value name", .value = L"", .result = 87, .calls = {}},
         {.name = "no letter", .letter = L'1', .result = 87, .calls = {}},
         {.name = "remove without a name", .add = false, .value = nullptr, .result = 87, .calls = {}},
     };

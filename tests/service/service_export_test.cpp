@@ -307,7 +307,6 @@ TEST(AddService, WritesTheServiceKeyIntoTheRunningOrAnOfflineSystem) {
         {"key cannot be created", None, [] { return Add(L'W', L"Ab", L"Longer text", L"key"); }, 5, {"ZN_AddService create ZNRegKey\\ControlSet001\\Services\\WrTestMain error: 5"}},
         {"a text value fails: later ones are not written", None, [] { return Add(L'W', L"Ab", L"Longer text", L"DisplayName"); }, 5, {set + "DisplayName Ab error: 5"}, kGone, {}, {}, {}, unmount + "Description=Longer text||; ImagePath=" + image + "||; "},
         {"a number value fails", None, [] { return Add(L'W', L"Ab", L"Longer text", L"Start"); }, 5, {set + "Start 2 error: 5"}, kGone, {}, {}, {}, unmount + "Description=Longer text||; DisplayName=Ab|ger text||; ErrorControl=dword:1; ImagePath=" + image + "||; ObjectName=LocalSystem||; "},
-        {"no letter, no name, no image", None, [] { return Add(L'1', L"", L"") + ZN_AddService(L'W', L"", L"x", L"", L"") + ZN_AddService(L'W', Name(), nullptr, L"", L""); }, 3 * 87, {}},
     };
     ASSERT_TRUE(wrtest::TextHive().Key("Select").Dword("Current", 1).Key("ControlSet001\\Services\\Other")
                     .Dword("Type", 16).Write(L"W:\\windows\\system32\\config\\system"));
