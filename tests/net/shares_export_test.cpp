@@ -61,11 +61,8 @@ BOOL WINAPI Ntfs(LPCWSTR, LPWSTR, DWORD, LPDWORD, LPDWORD, LPDWORD, LPWSTR name,
     return wcscpy_s(name, chars, L"NTFS") == 0;
 }
 
-// A KERNEL32 call in place for one row.
-struct Fake {
-    const char* function = nullptr;
-    void* fake = nullptr;
-};
+// A KERNEL32 call in place for one row: its name and the fake.
+using Fake = std::pair<const char*, void*>;
 const Fake kDiskFull = {"GetTempFileNameW", (void*)Fail<ERROR_DISK_FULL, LPCWSTR, LPCWSTR, UINT, LPWSTR>};
 const Fake kDenied = {"CreateDirectoryW", (void*)Fail<ERROR_ACCESS_DENIED, LPCWSTR, LPSECURITY_ATTRIBUTES>};
 const Fake kOptical = {"GetDriveTypeW", (void*)Optical};
@@ -76,7 +73,7 @@ struct Row {
     WNet wnet = {};
     DWORD result = 0;
     Lines calls = {}, log = {};
-    Fake fake = {};
+    Fake fake = {nullptr, nullptr};
 };
 
 void Expect(const Row& row) {
@@ -91,7 +88,7 @@ void Expect(const Row& row) {
         {"MPR.dll", "WNetOpenEnumW", (void*)OpenEnum}, {"MPR.dll", "WNetEnumResourceW", (void*)Enum},
         {"MPR.dll", "WNetCloseEnum", (void*)CloseEnum}, {"KERNEL32.dll", "GetVolumeInformationW", (void*)Ntfs}};
     std::optional<wrtest::ImportHook> fake;
-    if (row.fake.function) fake.emplace("KERNEL32.dll", row.fake.function, row.fake.fake);
+    if (row.fake.first) fake.emplace("KERNEL32.dll", row.fake.first, row.fake.second);
     wrtest::LogCapture log;
     EXPECT_EQ(row.result, row.call());
     EXPECT_EQ(row.calls, wnet.calls);
@@ -99,9 +96,7 @@ void Expect(const Row& row) {
     // The probe cleans up after itself: once the test's own entries go, the share is empty.
     DeleteFileW((kShareDir + L"\\pc1\\image.dat").c_str());
     RemoveDirectoryW((kShareDir + L"\\pc1").c_str());
-    if (!RemoveDirectoryW(kShareDir.c_str())) {
-        EXPECT_NE(145u, GetLastError()) << "left in \\\\nas\\backup";
-    }
+    EXPECT_TRUE(RemoveDirectoryW(kShareDir.c_str()) || GetLastError() != 145) << "left in \\\\nas\\backup";
     wrtest::RemoveTree(kShareDir);
 }
 

@@ -1,12 +1,9 @@
 // Installations on mapped letters through the real DLL under Wine: the four readers of
 // an installation's SOFTWARE hive side by side, each row one prepared drive, with the
 // unloads they made and every line they logged.
-#include <gtest/gtest.h>
-
 #include <optional>
 
 #include "Wrenkits.h"
-#include "support/import_hook.h"
 #include "support/registry_fixture.h"
 #include "sysinfo/sysinfo_test_support.h"
 

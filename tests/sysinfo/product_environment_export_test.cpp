@@ -1,7 +1,5 @@
 // The product's surroundings through the real DLL under Wine: the preinstallation
 // environment test, product keys and settings, the drivers pack and the image library.
-#include <gtest/gtest.h>
-
 #include "Wrenkits.h"
 #include "sysinfo/sysinfo_test_support.h"
 

@@ -1,16 +1,13 @@
 // The running system's facts through the real DLL under Wine: its name and version
 // (the version calls steered through the DLL's imports), the machine keys it reports
 // on, and the partition and drive-letter answers from hooked device calls.
-#include <windows.h>
-#include <winioctl.h>
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <optional>
 
 #include "Wrenkits.h"
-#include "support/import_hook.h"
 #include "sysinfo/sysinfo_test_support.h"
+
+#include <winioctl.h>
 
 using namespace sitest;
 
