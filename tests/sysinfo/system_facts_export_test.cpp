@@ -46,8 +46,6 @@ struct Hook : wrtest::ImportHook {
 TEST(SystemFacts, RunningSystemNameAndVersionAsWineReportsThemOrTheVersionCallsFail) {
     const Lines both = {"GetVersionExW 284", "GetVersionExW 276"};
     const struct { const char* hook; int failVersion; DWORD chars, result; std::wstring name; Lines calls, log; } rows[] = {
-        // Wine's edition 0x1C (Ultimate N) has no row: no edition text.
-        {nullptr, 0, 100, 0, L"Microsoft Windows 7 , 64-bit Service Pack 1 (build 7601)", {}, {}},
         {nullptr, 0, 10, 0, L"Microsoft", {}, {}},
         // The plain record carries no product type: the system reads as a server.
         {"GetVersionExW", 1, 100, 0, L"Microsoft Windows Server 2008 R2 , 64-bit Service Pack 1 (build 7601)", both, {}},
