@@ -110,8 +110,7 @@ TEST(ProductEnvironment, ImageLibraryIsChosenByVersionAndReadsTheRecordThroughIt
 }
 
 TEST(ProductEnvironment, DriversPackIsLookedForBesideTheLibraryThenTheClientThenTheConsole) {
-    const std::wstring own = kBin + L"\\Bootres\\DriversPack", client = kAbove + L"\\Client\\Bootres\\DriversPack",
-                       console = kAbove + L"\\Console\\Bootres\\DriversPack";
+    const std::wstring own = kBin + L"\\Bootres\\DriversPack", client = kAbove + L"\\Client\\Bootres\\DriversPack", console = kAbove + L"\\Console\\Bootres\\DriversPack";
     const std::wstring roots[] = {kBin + L"\\Bootres", kAbove + L"\\Client", kAbove + L"\\Console"};
     const struct { std::vector<std::wstring> present; DWORD result; std::wstring path; std::string line; } rows[] = {
         {{own, client}, 0, own, "get path: " + Narrow(own)},

@@ -134,8 +134,7 @@ TEST(SystemFacts, NtdsFolderDotNetVersionsAndTheFirstSystemShadowCopyProvider) {
     EXPECT_TRUE(ZN_TestDotNetFramework(4, 0));
     SetLastError(1234);
     EXPECT_FALSE(ZN_TestDotNetFramework(3, 5));
-    EXPECT_EQ(Tagged({"ZN_TestDotNetFramework open key \"" + wrtest::Narrow(ndp) + "v3.5\" error: 1234"}), log.Messages())
-        << "the thread's last error, not the open's code";
+    EXPECT_EQ(Tagged({"ZN_TestDotNetFramework open key \"" + wrtest::Narrow(ndp) + "v3.5\" error: 1234"}), log.Messages()) << "the thread's last error, not the open's code";
 
     const std::string first = "{b5946137-7b9f-4925-af80-51abd60b20d5}", p = wrtest::Narrow(vss), a1 = "{a1000000-0000-0000-0000-000000000000}";
     Put(vss + L"\\{a0000000-0000-0000-0000-000000000000}", L"Type", 2);
@@ -148,9 +147,7 @@ TEST(SystemFacts, NtdsFolderDotNetVersionsAndTheFirstSystemShadowCopyProvider) {
     EXPECT_EQ(&guid, ZN_GetVssSystemProvider(&guid));
     EXPECT_TRUE(IsEqualGUID(GUID{0xb5946137, 0x7b9f, 0x4925, {0xaf, 0x80, 0x51, 0xab, 0xd6, 0x0b, 0x20, 0xd5}}, guid));
     const std::string v = "ZN_GetVssSystemProvider ";
-    EXPECT_EQ(Tagged({v + "provider {a0000000-0000-0000-0000-000000000000} type: 2", v + "provider " + a1 + " type: 0",
-                      v + "get Type of " + a1 + " under " + p + " error: 2", v + "provider " + first + " type: 1", v + "use the system provider: " + first}),
-              vssLog.Messages());
+    EXPECT_EQ(Tagged({v + "provider {a0000000-0000-0000-0000-000000000000} type: 2", v + "provider " + a1 + " type: 0", v + "get Type of " + a1 + " under " + p + " error: 2", v + "provider " + first + " type: 1", v + "use the system provider: " + first}), vssLog.Messages());
 }
 
 }  // namespace
