@@ -30,8 +30,7 @@ const std::wstring kShareDir = [] {
 
 DWORD WINAPI Add(NETRESOURCEW* r, LPCWSTR password, LPCWSTR user, DWORD flags) {
     g->calls.push_back("add " + U(r->dwScope) + "/" + U(r->dwType) + "/" + U(r->dwUsage) + " " +
-                       (r->lpLocalName ? N(r->lpLocalName) : "-") + " " + N(r->lpRemoteName) + " " + N(user) + ":" +
-                       N(password) + " " + U(flags));
+                       (r->lpLocalName ? N(r->lpLocalName) : "-") + " " + N(r->lpRemoteName) + " " + N(user) + ":" + N(password) + " " + U(flags));
     const size_t i = g->attempts++;
     const DWORD answer = i < g->adds.size() ? g->adds[i] : 0;
     if (answer == 0 && g->attempts == g->reachableAfter) wrtest::MakeDirs(kShareDir + L"\\pc1");
@@ -61,11 +60,8 @@ BOOL WINAPI Ntfs(LPCWSTR, LPWSTR, DWORD, LPDWORD, LPDWORD, LPDWORD, LPWSTR name,
     return wcscpy_s(name, chars, L"NTFS") == 0;
 }
 
-// A KERNEL32 call in place for one row.
-struct Fake {
-    const char* function = nullptr;
-    void* fake = nullptr;
-};
+// A KERNEL32 call in place for one row: its name and the fake.
+using Fake = std::pair<const char*, void*>;
 const Fake kDiskFull = {"GetTempFileNameW", (void*)Fail<ERROR_DISK_FULL, LPCWSTR, LPCWSTR, UINT, LPWSTR>};
 const Fake kDenied = {"CreateDirectoryW", (void*)Fail<ERROR_ACCESS_DENIED, LPCWSTR, LPSECURITY_ATTRIBUTES>};
 const Fake kOptical = {"GetDriveTypeW", (void*)Optical};
@@ -76,7 +72,7 @@ struct Row {
     WNet wnet = {};
     DWORD result = 0;
     Lines calls = {}, log = {};
-    Fake fake = {};
+    Fake fake = {nullptr, nullptr};
 };
 
 void Expect(const Row& row) {
@@ -91,7 +87,7 @@ void Expect(const Row& row) {
         {"MPR.dll", "WNetOpenEnumW", (void*)OpenEnum}, {"MPR.dll", "WNetEnumResourceW", (void*)Enum},
         {"MPR.dll", "WNetCloseEnum", (void*)CloseEnum}, {"KERNEL32.dll", "GetVolumeInformationW", (void*)Ntfs}};
     std::optional<wrtest::ImportHook> fake;
-    if (row.fake.function) fake.emplace("KERNEL32.dll", row.fake.function, row.fake.fake);
+    if (row.fake.first) fake.emplace("KERNEL32.dll", row.fake.first, row.fake.second);
     wrtest::LogCapture log;
     EXPECT_EQ(row.result, row.call());
     EXPECT_EQ(row.calls, wnet.calls);
@@ -99,9 +95,7 @@ void Expect(const Row& row) {
     // The probe cleans up after itself: once the test's own entries go, the share is empty.
     DeleteFileW((kShareDir + L"\\pc1\\image.dat").c_str());
     RemoveDirectoryW((kShareDir + L"\\pc1").c_str());
-    if (!RemoveDirectoryW(kShareDir.c_str())) {
-        EXPECT_NE(145u, GetLastError()) << "left in \\\\nas\\backup";
-    }
+    EXPECT_TRUE(RemoveDirectoryW(kShareDir.c_str()) || GetLastError() != 145) << "left in \\\\nas\\backup";
     wrtest::RemoveTree(kShareDir);
 }
 
@@ -126,17 +120,13 @@ TEST(ConnectNetworkPath, CredentialRoundsAndProbe) {
         {"local path: no network call", Connect(L"admin", 1, L"D:\\Backup")},
         {"server without share", Connect(L"admin", 1, L"\\\\server"), {}, 87, {}, {Log("path \\\\server is not a valid share")}},
         {"null user", Connect(nullptr), {}, 87},
-        {"old sessions go; on 2202 the user as given; no write check", Connect(L"admin", 0),
-         {.adds = {2202}, .reachableAfter = 2}, 0, clear + Lines{Tried("nas\\admin"), Tried("admin")}, Lines{asAdmin, "CheckPathWrite get \\\\nas\\backup path attributes failed, error: 2"} + cleared},
+        {"old sessions go; on 2202 the user as given; no write check", Connect(L"admin", 0), {.adds = {2202}, .reachableAfter = 2}, 0, clear + Lines{Tried("nas\\admin"), Tried("admin")}, Lines{asAdmin, "CheckPathWrite get \\\\nas\\backup path attributes failed, error: 2"} + cleared},
         {"already reachable: nothing cancelled", Connect(L"admin"), {.reachableAfter = 0}, 0, {}, {asAdmin}},
-        {"other failures name the qualified user; Guest gets in", Connect(L"admin"),
-         {.adds = {1326, 1326, 1326}, .reachableAfter = 4}, 0, clear + Lines{Tried("nas\\admin")} + guestRound, Lines{asAdmin, missing} + cleared + Lines{refused, missing, refused, missing, refused, guest + "guest account return 0"}},
+        {"other failures name the qualified user; Guest gets in", Connect(L"admin"), {.adds = {1326, 1326, 1326}, .reachableAfter = 4}, 0, clear + Lines{Tried("nas\\admin")} + guestRound, Lines{asAdmin, missing} + cleared + Lines{refused, missing, refused, missing, refused, guest + "guest account return 0"}},
         {"read-only share: 5 after the Guest round", Connect(L"admin"), {.reachableAfter = 0}, 5, clear + Lines{Tried("nas\\admin")} + guestRound, Lines{asAdmin} + cleared + Lines{guest + "guest account return 0"}, kDenied},
         {"disk full", Connect(L"admin"), {}, 112, {}, {asAdmin}, kDiskFull},
-        {"narrow twin", [] { return ZN_ConnectNetworkPathA("\\\\nas\\backup\\pc1", "admin", "pw", 1); },
-         {.reachableAfter = 0}, 0, {}, {asAdmin}},
-        {"narrow text that does not fit", [] { return ZN_ConnectNetworkPathA(("\\\\nas\\" + std::string(300, 's')).c_str(), "a", "b", 1); }, {}, 206,
-         {}, {"ZN_ConnectNetworkPathA refused: text is longer than 259 characters"}},
+        {"narrow twin", [] { return ZN_ConnectNetworkPathA("\\\\nas\\backup\\pc1", "admin", "pw", 1); }, {.reachableAfter = 0}, 0, {}, {asAdmin}},
+        {"narrow text that does not fit", [] { return ZN_ConnectNetworkPathA(("\\\\nas\\" + std::string(300, 's')).c_str(), "a", "b", 1); }, {}, 206, {}, {"ZN_ConnectNetworkPathA refused: text is longer than 259 characters"}},
     };
     for (const Row& row : rows) Expect(row);
 }
@@ -145,19 +135,13 @@ TEST(ConnectNetworkPath, DisconnectsAndMappedDrives) {
     const std::string map = "add 0/1/0 z: \\\\nas\\backup ";
     auto mapZ = [] { return ZN_MapNetDrive(L"\\\\nas\\backup", L'z', L"admin", L"pw"); };
     const Row rows[] = {
-        {"disconnect cancels the share", [] { return ZN_DisconnectNetworkPath(L"\\\\nas\\backup\\pc1"); }, {}, 0,
-         {Dropped(kShare)}, {"ZN_DisconnectNetworkPath ---> \\\\nas\\backup"}},
-        {"narrow disconnect of a server", [] { return ZN_DisconnectNetworkPathA("\\\\server"); }, {}, 0, {},
-         {"ZN_DisconnectNetworkPath path \\\\server is not a valid share"}},
+        {"disconnect cancels the share", [] { return ZN_DisconnectNetworkPath(L"\\\\nas\\backup\\pc1"); }, {}, 0, {Dropped(kShare)}, {"ZN_DisconnectNetworkPath ---> \\\\nas\\backup"}},
+        {"narrow disconnect of a server", [] { return ZN_DisconnectNetworkPathA("\\\\server"); }, {}, 0, {}, {"ZN_DisconnectNetworkPath path \\\\server is not a valid share"}},
         {"disconnect of a local path", [] { return ZN_DisconnectNetworkPath(L"D:\\x"); }},
         {"map z: as nas\\admin", mapZ, {}, 0, Lines{Dropped(kIpc), Dropped(kShare), map + "nas\\admin:pw 0"}},
-        {"map: 2202, then the user as given fails", mapZ, {.adds = {2202, 53}}, 53,
-         {Dropped(kIpc), Dropped(kShare), map + "nas\\admin:pw 0", map + "admin:pw 0"},
-         {"ZN_MapNetDrive map \\\\nas\\backup to z: with admin:pw error: 53"}},
-        {"map to no letter", [] { return ZN_MapNetDrive(L"\\\\nas\\backup", L'1', L"", L""); }, {}, 87, {},
-         {"ZN_MapNetDrive refused: drive letter is missing or not valid"}},
-        {"unmap a letter that is not connected", [] { return ZN_DisconnectNetDrive(L'q'); }, {.cancels = 2250}, 2250,
-         {"cancel q: 1 1"}, {"ZN_DisconnectNetDrive cancel connect q: error: 2250"}},
+        {"map: 2202, then the user as given fails", mapZ, {.adds = {2202, 53}}, 53, {Dropped(kIpc), Dropped(kShare), map + "nas\\admin:pw 0", map + "admin:pw 0"}, {"ZN_MapNetDrive map \\\\nas\\backup to z: with admin:pw error: 53"}},
+        {"map to no letter", [] { return ZN_MapNetDrive(L"\\\\nas\\backup", L'1', L"", L""); }, {}, 87, {}, {"ZN_MapNetDrive refused: drive letter is missing or not valid"}},
+        {"unmap a letter that is not connected", [] { return ZN_DisconnectNetDrive(L'q'); }, {.cancels = 2250}, 2250, {"cancel q: 1 1"}, {"ZN_DisconnectNetDrive cancel connect q: error: 2250"}},
     };
     for (const Row& row : rows) Expect(row);
 }
@@ -194,14 +178,12 @@ TEST(CheckPath, ClassifiesTargets) {
         {"local file", Check(local + L"\\image.dat"), {}, 1, {flags("0001")}, {ntfs}},
         {"local path missing", Check(local + L"\\none"), {}, 3, {flags("0000")}},
         {"server already mapped: \\\\nas2\\x matches \\\\nas", Check(pc1), {.openEnum = 0, .connected = {{L"\\\\nas2\\x", L"Z:"}}}, 1, {"open 1/0/0", "close", flags("1000")}, {"NetPathIsMounted network path \\\\nas2\\x has mounted to: Z:"}},
-        {"mapping without a letter does not count; writable folder", Check(pc1),
-         {.reachableAfter = 0, .openEnum = 0, .connected = {{L"\\\\nas\\other", nullptr}}}, 1, connected("nas\\admin", "1011", true), Lines{"NetPathIsMounted network path \\\\nas\\other has mounted to: "} + logged("nas\\admin", 0) + Lines{shareNtfs}},
+        {"mapping without a letter does not count; writable folder", Check(pc1), {.reachableAfter = 0, .openEnum = 0, .connected = {{L"\\\\nas\\other", nullptr}}}, 1, connected("nas\\admin", "1011", true), Lines{"NetPathIsMounted network path \\\\nas\\other has mounted to: "} + logged("nas\\admin", 0) + Lines{shareNtfs}},
         {"1219 counts as connected; the probe is denied", Check(pc1, L"CORP\\admin"), {.adds = {1219}, .reachableAfter = 0}, 5, connected("CORP\\admin", "1011"), logged("CORP\\admin", 1219) + Lines{shareNtfs}, kDenied},
         {"network path that is a file", Check(pc1 + L"\\image.dat"), {.reachableAfter = 0}, 0, connected("nas\\admin", "1001"), logged("nas\\admin", 0) + Lines{shareNtfs}},
         {"network folder missing", Check(L"\\\\nas\\backup\\none"), {.reachableAfter = 0}, 3, connected("nas\\admin", "1001"), logged("nas\\admin", 0) + Lines{shareNtfs}},
         {"wrong password: the error's class", Check(pc1, L"corp/admin"), {.adds = {1326}, .reachableAfter = 0}, 5, connected("corp/admin", "1000"), logged("corp/admin", 1326)},
-        {"no flag outputs", [] { DWORD f = 7; return ZN_CheckPath(L"C:\\", nullptr, nullptr, &f, &f, &f, nullptr); }, {}, 87, {},
-         {"ZN_CheckPath refused: flag output is missing or not valid"}},
+        {"no flag outputs", [] { DWORD f = 7; return ZN_CheckPath(L"C:\\", nullptr, nullptr, &f, &f, &f, nullptr); }, {}, 87, {}, {"ZN_CheckPath refused: flag output is missing or not valid"}},
     };
     wrtest::MakeDirs(local);
     wrtest::WriteFileBytes(local + L"\\image.dat", "image");

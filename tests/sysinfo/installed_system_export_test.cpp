@@ -1,12 +1,9 @@
 // Installations on mapped letters through the real DLL under Wine: the four readers of
 // an installation's SOFTWARE hive side by side, each row one prepared drive, with the
 // unloads they made and every line they logged.
-#include <gtest/gtest.h>
-
 #include <optional>
 
 #include "Wrenkits.h"
-#include "support/import_hook.h"
 #include "support/registry_fixture.h"
 #include "sysinfo/sysinfo_test_support.h"
 
@@ -46,15 +43,11 @@ TEST(InstalledSystem, OfflineInstallationsAreReadFromTheirHiveAndAlwaysUnmounted
         {"DWORD pair, 64-bit", L'S', Software("6.3", true), true, true, "0 10 0 1 Windows 10 Pro|C:\\Windows", "1 6 3 1", "1 6 3 S:\\Windows", TRUE, all, {"ZN_GetSystemInfoFromPartition ---#--> S: X64: 1, system version: 6 3"}},
         {"\"6.1\" only, 32-bit", L's', Software("6.1", false), true, false, "0 6 1 0 Windows 7 Professional|D:\\WINDOWS", "1 6 1 0", "1 6 1 s:\\WINDOWS", TRUE, all, {"ZN_GetSystemInfoFromPartition ---#--> s: X64: 0, system version: 6 1"}},
         {"no drivers folder: silent 0 where it is required", L'S', Software("10.0", false), false, true, "0 10 0 1 Windows 7 Professional|D:\\WINDOWS", "0 0 0 1", "1 10 0 S:\\WINDOWS", FALSE, {"W ZNRegKey", "W ZNRegKey"}, {}},
-        {"key without CurrentVersion: failed, still unmounted", L'S', Software("", false, false), true, false, "2 - - - |", "0 0 0 0", "0 - - ", FALSE, all,
-         {"ZN_GetOsVersionEx get CurrentVersion error: 2", "ZN_GetSystemInfoFromPartition get CurrentVersion in registry error: 2", "ZN_GetSystemInfo get CurrentVersion from ZNRegKey\\Microsoft\\Windows NT\\CurrentVersion error: 2"}},
-        {"hive that will not load", L'S', "junk", true, false, "1017 - - - |", "0 0 0 0", "0 - - ", FALSE, {},
-         {"ZN_GetOsVersionEx load S:\\Windows\\System32\\Config\\SOFTWARE error: 1017", libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017", "ZN_GetSystemInfoFromPartition load S error: 1017", libLoad + "Windows\\System32\\Config\\SOFTWARE to ZNRegKey error: 1017", libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017", "ZN_IsSystemPartition load S:\\WINDOWS\\system32\\config\\SOFTWARE error: 1017"}},
+        {"key without CurrentVersion: failed, still unmounted", L'S', Software("", false, false), true, false, "2 - - - |", "0 0 0 0", "0 - - ", FALSE, all, {"ZN_GetOsVersionEx get CurrentVersion error: 2", "ZN_GetSystemInfoFromPartition get CurrentVersion in registry error: 2", "ZN_GetSystemInfo get CurrentVersion from ZNRegKey\\Microsoft\\Windows NT\\CurrentVersion error: 2"}},
+        {"hive that will not load", L'S', "junk", true, false, "1017 - - - |", "0 0 0 0", "0 - - ", FALSE, {}, {"ZN_GetOsVersionEx load S:\\Windows\\System32\\Config\\SOFTWARE error: 1017", libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017", "ZN_GetSystemInfoFromPartition load S error: 1017", libLoad + "Windows\\System32\\Config\\SOFTWARE to ZNRegKey error: 1017", libLoad + "WINDOWS\\system32\\config\\SOFTWARE to ZNSoftware error: 1017", "ZN_IsSystemPartition load S:\\WINDOWS\\system32\\config\\SOFTWARE error: 1017"}},
         // Wine records no "PathName": the outputs read before it keep their values.
-        {"the running system in lower case: nothing mounted", L'c', {}, true, true, "2 6 1 1 Microsoft Windows 7|", "1 6 1 1", "0 6 1 ", TRUE, {},
-         {"ZN_GetOsVersionEx get PathName error: 2", "ZN_GetSystemInfo get PathName from SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion error: 2"}},
-        {"a digit is no letter", L'1', {}, false, false, "87 - - - |", "0 0 0 0", "0 - - ", FALSE, {},
-         {"ZN_GetSystemInfo refused: the drive letter is missing or not valid", "ZN_IsSystemPartition refused: the drive letter is missing or not valid"}},
+        {"the running system in lower case: nothing mounted", L'c', {}, true, true, "2 6 1 1 Microsoft Windows 7|", "1 6 1 1", "0 6 1 ", TRUE, {}, {"ZN_GetOsVersionEx get PathName error: 2", "ZN_GetSystemInfo get PathName from SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion error: 2"}},
+        {"a digit is no letter", L'1', {}, false, false, "87 - - - |", "0 0 0 0", "0 - - ", FALSE, {}, {"ZN_GetSystemInfo refused: the drive letter is missing or not valid", "ZN_IsSystemPartition refused: the drive letter is missing or not valid"}},
     };
     wrtest::ImportHook a("ADVAPI32.dll", "RegUnLoadKeyA", reinterpret_cast<void*>(UnloadA));
     wrtest::ImportHook w("ADVAPI32.dll", "RegUnLoadKeyW", reinterpret_cast<void*>(UnloadW));

@@ -1,7 +1,5 @@
 // The product's surroundings through the real DLL under Wine: the preinstallation
 // environment test, product keys and settings, the drivers pack and the image library.
-#include <gtest/gtest.h>
-
 #include "Wrenkits.h"
 #include "sysinfo/sysinfo_test_support.h"
 
@@ -112,8 +110,7 @@ TEST(ProductEnvironment, ImageLibraryIsChosenByVersionAndReadsTheRecordThroughIt
 }
 
 TEST(ProductEnvironment, DriversPackIsLookedForBesideTheLibraryThenTheClientThenTheConsole) {
-    const std::wstring own = kBin + L"\\Bootres\\DriversPack", client = kAbove + L"\\Client\\Bootres\\DriversPack",
-                       console = kAbove + L"\\Console\\Bootres\\DriversPack";
+    const std::wstring own = kBin + L"\\Bootres\\DriversPack", client = kAbove + L"\\Client\\Bootres\\DriversPack", console = kAbove + L"\\Console\\Bootres\\DriversPack";
     const std::wstring roots[] = {kBin + L"\\Bootres", kAbove + L"\\Client", kAbove + L"\\Console"};
     const struct { std::vector<std::wstring> present; DWORD result; std::wstring path; std::string line; } rows[] = {
         {{own, client}, 0, own, "get path: " + Narrow(own)},

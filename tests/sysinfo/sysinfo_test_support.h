@@ -1,27 +1,16 @@
-// Helpers shared by the system-information tests.
+// Helpers shared by the system-information tests, over the network tests' line helpers.
 #pragma once
 
-#include <windows.h>
-
-#include <string>
-#include <vector>
-
-#include "support/log_capture.h"
-#include "support/wine_env.h"
+#include "net/net_test_support.h"
 
 namespace sitest {
 
-using Lines = std::vector<std::string>;
+using namespace nettest;
 // Expected log messages, tagged as the library writes them.
 inline Lines Tagged(Lines texts) {
     for (std::string& t : texts) t = wrtest::Tagged(t);
     return texts;
 }
-inline Lines operator+(Lines a, const Lines& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-inline std::string U(DWORD value) { return std::to_string(value); }
 
 // HKLM keys a test makes (none of them exists in the prefix), deleted whole when it ends.
 struct MadeKeys {

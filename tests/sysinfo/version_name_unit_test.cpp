@@ -21,8 +21,7 @@ struct Row {
 };
 
 void Expect(const Row& r) {
-    SCOPED_TRACE(testing::Message() << r.major << "." << r.minor << " type " << int(r.type) << " edition " << r.edition
-                                    << " suite " << r.suite << " arch " << r.arch);
+    SCOPED_TRACE(testing::Message() << r.major << "." << r.minor << " type " << int(r.type) << " edition " << r.edition << " suite " << r.suite << " arch " << r.arch);
     wchar_t buffer[140];
     wmemset(buffer, 0xBDBD, 140);
     const wrenkits::VersionFacts f{r.major, r.minor, r.build, r.platform, r.sp, r.suite, r.type, r.arch, r.r2, r.productInfo, r.edition};

@@ -31,8 +31,7 @@ DWORD WINAPI GetImgFileInfo(ImageObject*, LPCWSTR path, BYTE* record) {
     memcpy(record + 4, versions, sizeof versions);
     return status;
 }
-void* const kTable[13] = {(void*)Release, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused,
-                          (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)GetImgFileInfo};
+void* const kTable[13] = {(void*)Release, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)Unused, (void*)GetImgFileInfo};
 
 }  // namespace
 
