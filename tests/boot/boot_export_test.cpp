@@ -6,14 +6,31 @@
 #include <optional>
 
 #include "Wrenkits.h"
-#include "boot/boot_test_support.h"
 #include "support/registry_fixture.h"
+#include "support/secproc_fakes.h"
 #include "support/tool_double.h"
-
-using boottest::Editor;
-using boottest::UseEditor;
+#include "support/wine_env.h"
 
 namespace {
+
+using wrtest::ExpectLog;
+// The editor and generator doubles the prefix set-up put into the system folder.
+std::string SystemTool(const char* exe) { return wrtest::Narrow(wrtest::SystemDir()) + "\\" + exe; }
+std::string Editor() { return SystemTool("bcdedit.exe"); }
+std::string UseEditor() { return "GetBcdexePath use " + Editor(); }
+// ZN_RunProcess's line for a tool that ended with `code`.
+std::string Failed(const std::string& commandLine, int code) {
+    return "ZN_RunProcess process " + commandLine + " result: " + std::to_string(code);
+}
+
+// A copy of the tool double under another name for the length of a test.
+struct PlacedDouble {
+    explicit PlacedDouble(std::wstring at) : path(std::move(at)) {
+        CopyFileW((wrtest::ExeDir() + L"\\tooldouble.exe").c_str(), path.c_str(), FALSE);
+    }
+    ~PlacedDouble() { DeleteFileW(path.c_str()); }
+    std::wstring path;
+};
 
 using Lines = std::vector<std::string>;
 using Events = Lines;
@@ -85,8 +102,8 @@ void Check(const RepairCase& c) {
 
     const std::string system(1, char(c.system)), generator = "bcdboot.exe " + system + ":\\Windows /s " + system + ":";
     const bool generatorFailed = c.generator.value_or(0) != 0;
-    Events arguments, expected = c.result == 87 ? Events{} : Events{boottest::UseEditor()};
-    if (generatorFailed) expected.push_back(boottest::Failed(generator, *c.generator));
+    Events arguments, expected = c.result == 87 ? Events{} : Events{UseEditor()};
+    if (generatorFailed) expected.push_back(Failed(generator, *c.generator));
     for (const std::string& e : c.events) {
         if (e[0] != '/') {
             expected.push_back(e);
@@ -98,12 +115,12 @@ void Check(const RepairCase& c) {
             return arguments.back().find(r.first) != std::string::npos;
         });
         const int code = rule == c.rules.end() ? 0 : rule->second;
-        expected.push_back(code ? boottest::Failed(boottest::Editor() + " " + arguments.back(), code)
+        expected.push_back(code ? Failed(Editor() + " " + arguments.back(), code)
                                 : "ZN_RepairBcdEntry " + arguments.back() + " successfully");
     }
     EXPECT_EQ(arguments, tools.Arguments("bcdedit"));
     EXPECT_EQ(c.generator ? Events{generator} : Events{}, tools.Commands("bcdboot"));
-    boottest::ExpectLog(log, expected);
+    ExpectLog(log, expected);
     // Only a failed generator run leaves the privileges on; everything else drops them.
     EXPECT_EQ(generatorFailed, wrtest::ProcessPrivilegeEnabled(L"SeBackupPrivilege"));
     EXPECT_EQ(generatorFailed, wrtest::ProcessPrivilegeEnabled(L"SeRestorePrivilege"));
@@ -169,13 +186,13 @@ DWORD WINAPI GetModuleFileNameFails(HMODULE, LPWSTR, DWORD) { return SetLastErro
 
 TEST(GenerateBootFiles, PrefersTheGeneratorBesideTheHostThenTheSystemsOne) {
     const std::string beside = wrtest::Narrow(wrtest::ExeDir()) + "\\bcdboot.exe";
-    const std::string system = boottest::SystemTool("bcdboot.exe"), fallback = "ZN_GenerateBootFiles ==> " + system;
+    const std::string system = SystemTool("bcdboot.exe"), fallback = "ZN_GenerateBootFiles ==> " + system;
     const std::string uefi = "D:\\windows /s S: /f UEFI /addlast", bios = "d:\\windows /s s: /f BIOS /addlast";
     const auto head = [&](const std::string& arguments) {
         return Lines{"ZN_GenerateBootFiles ==> " + beside, "ZN_GenerateBootFiles ==> " + arguments};
     };
     const auto failed = [](const std::string& program, const std::string& arguments, int code) {
-        return boottest::Failed(program + " " + arguments, code);
+        return Failed(program + " " + arguments, code);
     };
     const std::string refused = "ZN_GenerateBootFiles refused: drive letter is missing or not valid";
     // besideCode: the exit code of the generator beside the host, none there when empty.
@@ -196,7 +213,7 @@ TEST(GenerateBootFiles, PrefersTheGeneratorBesideTheHostThenTheSystemsOne) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        std::optional<boottest::PlacedDouble> placed;
+        std::optional<PlacedDouble> placed;
         if (*c.besideCode) placed.emplace(wrtest::Widen(beside));
         std::optional<wrtest::ImportHook> hook;
         if (c.hostUnknown) hook.emplace("KERNEL32.dll", "GetModuleFileNameW", (void*)GetModuleFileNameFails);
@@ -205,13 +222,13 @@ TEST(GenerateBootFiles, PrefersTheGeneratorBesideTheHostThenTheSystemsOne) {
         wrtest::LogCapture log;
         EXPECT_EQ(c.result, ZN_GenerateBootFiles(c.windows, c.target, c.uefi));
         EXPECT_EQ(c.commands, tools.Commands("bcdboot"));
-        boottest::ExpectLog(log, c.log);
+        ExpectLog(log, c.log);
     }
 }
 
 const std::string kGuid = "{6a7e3c1d-4b2f-11ee-be56-0242ac120002}";
 std::string EditorFailed(const std::string& arguments, int code) {
-    return boottest::Failed(Editor() + " " + arguments, code);
+    return Failed(Editor() + " " + arguments, code);
 }
 
 // One call of an export that runs the editor directly.
@@ -235,7 +252,7 @@ DWORD WINAPI GetFileAttributesMissing(LPCWSTR path) {
 
 void Check(const EditorCase& c, const std::function<DWORD()>& call) {
     SCOPED_TRACE(c.name);
-    std::optional<boottest::PlacedDouble> placed;
+    std::optional<PlacedDouble> placed;
     std::optional<wrtest::ImportHook> hook;
     if (!c.missing.empty()) {
         g_missing = c.missing;
@@ -247,7 +264,7 @@ void Check(const EditorCase& c, const std::function<DWORD()>& call) {
     wrtest::LogCapture log;
     EXPECT_EQ(c.result, call());
     EXPECT_EQ(c.arguments, tools.Arguments("bcdedit"));
-    boottest::ExpectLog(log, c.log);
+    ExpectLog(log, c.log);
 }
 
 TEST(SetEfiEntry, RunsTheEditorCommandsInOrder) {
@@ -262,7 +279,7 @@ TEST(SetEfiEntry, RunsTheEditorCommandsInOrder) {
          .log = {UseEditor(), ok(store), EditorFailed(device, 5)}},
         // The "successfully" line stands for the failed listing.
         {.name = "listing fails", .rules = {{" /", "0"}, {"", "1"}}, .arguments = {"", store, device, first},
-         .log = {UseEditor(), boottest::Failed(Editor(), 1), "ZN_SetEfiEntry --> run " + Editor() + " successfully",
+         .log = {UseEditor(), Failed(Editor(), 1), "ZN_SetEfiEntry --> run " + Editor() + " successfully",
                  ok(store), ok(device)}},
         {.name = "store switch, copy and order failures do not count", .copy = 1,
          .rules = {{"/sysstore", "2"}, {"/copy", "3"}, {"displayorder", "4"}},

@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Wrenkits.h"
@@ -29,97 +30,55 @@ T Opened(T value, const char* by) {
 }
 void Closed(const void* value) { g_open.erase(value); }
 
-// One original per hooked import, reached through the hook's slot.
-std::map<std::string, void*> g_real;
-template <typename Fn>
-Fn Real(const char* name) { return reinterpret_cast<Fn>(g_real.at(name)); }
-
-HANDLE WINAPI HCreateFileW(LPCWSTR a, DWORD b, DWORD c, LPSECURITY_ATTRIBUTES d, DWORD e, DWORD f, HANDLE g) {
-    return Opened(Real<decltype(&CreateFileW)>("CreateFileW")(a, b, c, d, e, f, g), "CreateFileW");
-}
-HANDLE WINAPI HCreateFileA(LPCSTR a, DWORD b, DWORD c, LPSECURITY_ATTRIBUTES d, DWORD e, DWORD f, HANDLE g) {
-    return Opened(Real<decltype(&CreateFileA)>("CreateFileA")(a, b, c, d, e, f, g), "CreateFileA");
-}
-HANDLE WINAPI HOpenProcess(DWORD a, BOOL b, DWORD c) { return Opened(Real<decltype(&OpenProcess)>("OpenProcess")(a, b, c), "OpenProcess"); }
-HANDLE WINAPI HSnapshot(DWORD a, DWORD b) {
-    return Opened(Real<decltype(&CreateToolhelp32Snapshot)>("CreateToolhelp32Snapshot")(a, b), "CreateToolhelp32Snapshot");
-}
-BOOL WINAPI HOpenProcessToken(HANDLE a, DWORD b, PHANDLE c) {
-    const BOOL ok = Real<decltype(&OpenProcessToken)>("OpenProcessToken")(a, b, c);
-    if (ok) Opened(*c, "OpenProcessToken");
-    return ok;
-}
-BOOL WINAPI HOpenThreadToken(HANDLE a, DWORD b, BOOL c, PHANDLE d) {
-    const BOOL ok = Real<decltype(&OpenThreadToken)>("OpenThreadToken")(a, b, c, d);
-    if (ok) Opened(*d, "OpenThreadToken");
-    return ok;
-}
-BOOL WINAPI HDuplicateTokenEx(HANDLE a, DWORD b, LPSECURITY_ATTRIBUTES c, SECURITY_IMPERSONATION_LEVEL d, TOKEN_TYPE e, PHANDLE f) {
-    const BOOL ok = Real<decltype(&DuplicateTokenEx)>("DuplicateTokenEx")(a, b, c, d, e, f);
-    if (ok) Opened(*f, "DuplicateTokenEx");
-    return ok;
-}
-BOOL WINAPI HCloseHandle(HANDLE h) { return Closed(h), Real<decltype(&CloseHandle)>("CloseHandle")(h); }
-HANDLE WINAPI HFindFirstFileW(LPCWSTR a, LPWIN32_FIND_DATAW b) {
-    return Opened(Real<decltype(&FindFirstFileW)>("FindFirstFileW")(a, b), "FindFirstFileW");
-}
-BOOL WINAPI HFindClose(HANDLE h) { return Closed(h), Real<decltype(&FindClose)>("FindClose")(h); }
-LONG WINAPI HRegOpenKeyExW(HKEY a, LPCWSTR b, DWORD c, REGSAM d, PHKEY e) {
-    const LONG r = Real<decltype(&RegOpenKeyExW)>("RegOpenKeyExW")(a, b, c, d, e);
-    if (r == 0) Opened(*e, "RegOpenKeyExW");
-    return r;
-}
-LONG WINAPI HRegOpenKeyExA(HKEY a, LPCSTR b, DWORD c, REGSAM d, PHKEY e) {
-    const LONG r = Real<decltype(&RegOpenKeyExA)>("RegOpenKeyExA")(a, b, c, d, e);
-    if (r == 0) Opened(*e, "RegOpenKeyExA");
-    return r;
-}
-LONG WINAPI HRegCloseKey(HKEY k) { return Closed(k), Real<decltype(&RegCloseKey)>("RegCloseKey")(k); }
-SC_HANDLE WINAPI HOpenSCManagerW(LPCWSTR a, LPCWSTR b, DWORD c) {
-    return Opened(Real<decltype(&OpenSCManagerW)>("OpenSCManagerW")(a, b, c), "OpenSCManagerW");
-}
-SC_HANDLE WINAPI HOpenServiceW(SC_HANDLE a, LPCWSTR b, DWORD c) {
-    return Opened(Real<decltype(&OpenServiceW)>("OpenServiceW")(a, b, c), "OpenServiceW");
-}
-BOOL WINAPI HCloseServiceHandle(SC_HANDLE h) { return Closed(h), Real<decltype(&CloseServiceHandle)>("CloseServiceHandle")(h); }
-NTSTATUS WINAPI HLsaOpenPolicy(PLSA_UNICODE_STRING a, PLSA_OBJECT_ATTRIBUTES b, ACCESS_MASK c, PLSA_HANDLE d) {
-    const NTSTATUS s = Real<decltype(&LsaOpenPolicy)>("LsaOpenPolicy")(a, b, c, d);
-    if (s == 0) Opened(*d, "LsaOpenPolicy");
-    return s;
-}
-NTSTATUS WINAPI HLsaClose(LSA_HANDLE h) { return Closed(h), Real<decltype(&LsaClose)>("LsaClose")(h); }
-void* __cdecl HMalloc(size_t n) { return Opened(Real<decltype(&malloc)>("malloc")(n), "malloc"); }
-void* __cdecl HCalloc(size_t n, size_t m) { return Opened(Real<decltype(&calloc)>("calloc")(n, m), "calloc"); }
-void* __cdecl HRealloc(void* p, size_t n) {
-    void* q = Real<decltype(&realloc)>("realloc")(p, n);
-    if (q || n == 0) Closed(p);
-    return Opened(q, "realloc");
-}
-void __cdecl HFree(void* p) { Closed(p), Real<decltype(&free)>("free")(p); }
-LPVOID WINAPI HHeapAlloc(HANDLE h, DWORD f, SIZE_T n) { return Opened(Real<decltype(&HeapAlloc)>("HeapAlloc")(h, f, n), "HeapAlloc"); }
-BOOL WINAPI HHeapFree(HANDLE h, DWORD f, LPVOID p) { return Closed(p), Real<decltype(&HeapFree)>("HeapFree")(h, f, p); }
-HLOCAL WINAPI HLocalAlloc(UINT f, SIZE_T n) { return Opened(Real<decltype(&LocalAlloc)>("LocalAlloc")(f, n), "LocalAlloc"); }
-HLOCAL WINAPI HLocalFree(HLOCAL p) { return Closed(p), Real<decltype(&LocalFree)>("LocalFree")(p); }
+// The ledger's view of an import: what it opens (its result, or on success what its last
+// argument points to) or closes (its last argument); realloc does both.
+enum Role { kReturns, kOutIfTrue, kOutIfZero, kCloses, kMoves };
+struct Slot { const char* name; void* real; };
+template <int N> Slot g_slot;
+template <Role role, int N, typename Fn> struct Make;
+template <Role role, int N, typename R, typename... A> struct Make<role, N, R (*)(A...)> {
+    static R Fake(A... a) {
+        const auto real = reinterpret_cast<R (*)(A...)>(g_slot<N>.real);
+        const auto args = std::tie(a...);
+        if constexpr (role == kCloses) {
+            return Closed(reinterpret_cast<const void*>(std::get<sizeof...(A) - 1>(args))), real(a...);
+        } else if constexpr (role == kMoves) {
+            R moved = real(a...);
+            if (moved || std::get<1>(args) == 0) Closed(std::get<0>(args));
+            return Opened(moved, g_slot<N>.name);
+        } else {
+            const R r = real(a...);
+            if constexpr (role == kReturns) Opened(r, g_slot<N>.name);
+            else if ((r != 0) == (role == kOutIfTrue)) Opened(*std::get<sizeof...(A) - 1>(args), g_slot<N>.name);
+            return r;
+        }
+    }
+};
 
 struct Hooked {
     const char* dll;
     const char* name;
     void* fake;
+    Slot* slot;
 };
+#define HOOK(dll, fn, role) HOOK_(dll, fn, role, __COUNTER__)
+#define HOOK_(dll, fn, role, n) Hooked{dll, #fn, (void*)Make<role, n, decltype(&fn)>::Fake, &g_slot<n>}
+// malloc's allocation attributes do not belong to its pointer type; nothing is lost.
+#pragma GCC diagnostic ignored "-Wignored-attributes"
 const Hooked kHooked[] = {
-    {"KERNEL32.dll", "CreateFileW", (void*)HCreateFileW},        {"KERNEL32.dll", "CreateFileA", (void*)HCreateFileA},
-    {"KERNEL32.dll", "OpenProcess", (void*)HOpenProcess},        {"KERNEL32.dll", "CreateToolhelp32Snapshot", (void*)HSnapshot},
-    {"ADVAPI32.dll", "OpenProcessToken", (void*)HOpenProcessToken}, {"ADVAPI32.dll", "OpenThreadToken", (void*)HOpenThreadToken},
-    {"ADVAPI32.dll", "DuplicateTokenEx", (void*)HDuplicateTokenEx}, {"KERNEL32.dll", "CloseHandle", (void*)HCloseHandle},
-    {"KERNEL32.dll", "FindFirstFileW", (void*)HFindFirstFileW},  {"KERNEL32.dll", "FindClose", (void*)HFindClose},
-    {"ADVAPI32.dll", "RegOpenKeyExW", (void*)HRegOpenKeyExW},    {"ADVAPI32.dll", "RegOpenKeyExA", (void*)HRegOpenKeyExA},
-    {"ADVAPI32.dll", "RegCloseKey", (void*)HRegCloseKey},        {"ADVAPI32.dll", "OpenSCManagerW", (void*)HOpenSCManagerW},
-    {"ADVAPI32.dll", "OpenServiceW", (void*)HOpenServiceW},      {"ADVAPI32.dll", "CloseServiceHandle", (void*)HCloseServiceHandle},
-    {"ADVAPI32.dll", "LsaOpenPolicy", (void*)HLsaOpenPolicy},    {"ADVAPI32.dll", "LsaClose", (void*)HLsaClose},
-    {"msvcrt.dll", "malloc", (void*)HMalloc},                    {"msvcrt.dll", "calloc", (void*)HCalloc},
-    {"msvcrt.dll", "realloc", (void*)HRealloc},                  {"msvcrt.dll", "free", (void*)HFree},
-    {"KERNEL32.dll", "HeapAlloc", (void*)HHeapAlloc},            {"KERNEL32.dll", "HeapFree", (void*)HHeapFree},
-    {"KERNEL32.dll", "LocalAlloc", (void*)HLocalAlloc},          {"KERNEL32.dll", "LocalFree", (void*)HLocalFree},
+    HOOK("KERNEL32.dll", CreateFileW, kReturns),         HOOK("KERNEL32.dll", CreateFileA, kReturns),
+    HOOK("KERNEL32.dll", OpenProcess, kReturns),         HOOK("KERNEL32.dll", CreateToolhelp32Snapshot, kReturns),
+    HOOK("ADVAPI32.dll", OpenProcessToken, kOutIfTrue),  HOOK("ADVAPI32.dll", OpenThreadToken, kOutIfTrue),
+    HOOK("ADVAPI32.dll", DuplicateTokenEx, kOutIfTrue),  HOOK("KERNEL32.dll", CloseHandle, kCloses),
+    HOOK("KERNEL32.dll", FindFirstFileW, kReturns),      HOOK("KERNEL32.dll", FindClose, kCloses),
+    HOOK("ADVAPI32.dll", RegOpenKeyExW, kOutIfZero),     HOOK("ADVAPI32.dll", RegOpenKeyExA, kOutIfZero),
+    HOOK("ADVAPI32.dll", RegCloseKey, kCloses),          HOOK("ADVAPI32.dll", OpenSCManagerW, kReturns),
+    HOOK("ADVAPI32.dll", OpenServiceW, kReturns),        HOOK("ADVAPI32.dll", CloseServiceHandle, kCloses),
+    HOOK("ADVAPI32.dll", LsaOpenPolicy, kOutIfZero),     HOOK("ADVAPI32.dll", LsaClose, kCloses),
+    HOOK("msvcrt.dll", malloc, kReturns),                HOOK("msvcrt.dll", calloc, kReturns),
+    HOOK("msvcrt.dll", realloc, kMoves),                 HOOK("msvcrt.dll", free, kCloses),
+    HOOK("KERNEL32.dll", HeapAlloc, kReturns),           HOOK("KERNEL32.dll", HeapFree, kCloses),
+    HOOK("KERNEL32.dll", LocalAlloc, kReturns),          HOOK("KERNEL32.dll", LocalFree, kCloses),
 };
 
 // A token handed to the caller is the caller's to close: it leaves the ledger here.
@@ -190,7 +149,7 @@ TEST(Leak, ExportsWithoutLastingEffectCloseAndFreeWhatTheyOpen) {
     for (const Hooked& h : kHooked) {
         hooks.push_back(std::make_unique<wrtest::ImportHook>(h.dll, h.name, h.fake));
         ASSERT_TRUE(hooks.back()->active()) << h.name;
-        g_real[h.name] = hooks.back()->original<void*>();
+        *h.slot = {h.name, hooks.back()->original<void*>()};
     }
     for (const Call& c : kCalls) {
         c.call();  // first-use state (caches, COM, the log) is allowed to stay

@@ -1,5 +1,4 @@
-#include "support/wine_env.h"
-
+#include "wine_env.h"
 
 namespace wrtest {
 

@@ -13,35 +13,23 @@
 //                 kind "exit": action "hang" makes the tool ignore "exit".
 // The tool runs in prompt mode (reading commands from stdin after a banner and the
 // prompt "DISKPART> ") when it is diskpart or when the scenario gives it a line rule.
-#include <windows.h>
-
 #include <stdlib.h>
 
 #include <algorithm>
-
 #include <string>
 #include <vector>
 
+// The tests' own file and text helpers, built into the double as well.
+#include "../wine_env.cpp"
+
 namespace {
 
-std::string ToUtf8(const std::wstring& w) {
-    std::string s(w.size() * 3, '\0');
-    s.resize(WideCharToMultiByte(CP_UTF8, 0, w.c_str(), int(w.size()), s.data(), int(s.size()), nullptr, nullptr));
-    return s;
-}
+using wrtest::Narrow;
 
 std::wstring Folder() {
     wchar_t buf[MAX_PATH] = {};
     const DWORD n = GetEnvironmentVariableW(L"WRENKITS_DOUBLE_DIR", buf, MAX_PATH);
     return n == 0 || n >= MAX_PATH ? L"C:\\wrenkits-double" : buf;
-}
-
-std::string ReadAll(HANDLE f) {
-    std::string all;
-    char buf[4096];
-    DWORD got = 0;
-    while (ReadFile(f, buf, sizeof buf, &got, nullptr) && got) all.append(buf, got);
-    return all;
 }
 
 void Journal(const std::string& tool, const char* kind, const std::string& text) {
@@ -58,10 +46,7 @@ struct Rule {
 };
 
 std::vector<Rule> LoadScenario(const std::string& tool) {
-    HANDLE f = CreateFileW((Folder() + L"\\scenario.txt").c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    const std::string all = f == INVALID_HANDLE_VALUE ? "" : ReadAll(f);
-    if (f != INVALID_HANDLE_VALUE) CloseHandle(f);
+    const std::string all = wrtest::ReadFileBytes(Folder() + L"\\scenario.txt");
     std::vector<Rule> rules;
     for (size_t start = 0, end; (end = all.find('\n', start)) != std::string::npos; start = end + 1) {
         std::string field[5];
@@ -130,10 +115,10 @@ int wmain() {
     GetModuleFileNameW(nullptr, path, MAX_PATH);
     std::wstring name = path;
     name = name.substr(name.find_last_of(L"\\/") + 1);
-    std::string tool = ToUtf8(name.substr(0, name.rfind(L'.')));
+    std::string tool = Narrow(name.substr(0, name.rfind(L'.')), CP_UTF8);
     for (auto& c : tool) c = char(tolower(static_cast<unsigned char>(c)));
 
-    const std::string commandLine = ToUtf8(GetCommandLineW());
+    const std::string commandLine = Narrow(GetCommandLineW(), CP_UTF8);
     Journal(tool, "cmd", commandLine);
     const std::vector<Rule> rules = LoadScenario(tool);
     bool promptMode = tool == "diskpart";
