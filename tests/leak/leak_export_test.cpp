@@ -89,8 +89,9 @@ void CloseToken(HANDLE token) {
 struct Call {
     const char* name;
     std::function<void()> call;
-    size_t keptPerCall = 0;  // left open by contract
 };
+
+size_t g_kept = 0;  // handles a call leaves open by contract, counted as it succeeds
 
 const Call kCalls[] = {
     {"ZN_TranslateSize", [] { wchar_t t[32]; ZN_TranslateSize(3221225472LL, t, 32); }},
@@ -132,7 +133,8 @@ const Call kCalls[] = {
     {"ZN_SetPrivilegeA/W", [] { ZN_SetPrivilegeA("SeDebugPrivilege", TRUE); ZN_SetPrivilegeW(L"SeDebugPrivilege", FALSE); }},
     {"ZN_GetAdminToken", [] { CloseToken(ZN_GetAdminToken()); }},
     // Its snapshot and the process stay open on success, as callers have always had it.
-    {"ZN_GetExplorerToken", [] { HANDLE t = nullptr; ZN_GetExplorerToken(&t); CloseToken(t); }, 2},
+    // Wine's explorer.exe runs only while its desktop is up, so success is not certain.
+    {"ZN_GetExplorerToken", [] { HANDLE t = nullptr; if (ZN_GetExplorerToken(&t) == 0) g_kept += 2; CloseToken(t); }},
     // ZN_GetSystemToken is left out: it keeps the token of every process scanned before
     // winlogon.exe open by contract, a number the process list decides.
     {"ZN_ProcessExist", [] { DWORD pid; ZN_ProcessExist(L"winlogon", &pid); }},
@@ -154,6 +156,7 @@ TEST(Leak, ExportsWithoutLastingEffectCloseAndFreeWhatTheyOpen) {
     for (const Call& c : kCalls) {
         c.call();  // first-use state (caches, COM, the log) is allowed to stay
         g_open.clear();
+        g_kept = 0;
         g_counting = true;
         for (int i = 0; i < 1000; ++i) c.call();
         g_counting = false;
@@ -161,7 +164,7 @@ TEST(Leak, ExportsWithoutLastingEffectCloseAndFreeWhatTheyOpen) {
         for (const auto& [value, by] : g_open) ++left[by];
         std::string text;
         for (const auto& [by, count] : left) text += by + " x" + std::to_string(count) + " ";
-        EXPECT_EQ(c.keptPerCall * 1000, g_open.size()) << c.name << " left open after 1,000 calls: " << text;
+        EXPECT_EQ(g_kept, g_open.size()) << c.name << " left open after 1,000 calls: " << text;
     }
 }
 
