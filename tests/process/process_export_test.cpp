@@ -1,6 +1,7 @@
 // Process lookup, stopping, window showing and the 32/64-bit switches through the real
 // DLL under Wine, on idle helper processes this test starts and always ends.
 #include <windows.h>
+#include <tlhelp32.h>
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -14,7 +15,6 @@
 #include "support/tool_double.h"
 #include "support/wine_env.h"
 
-namespace {
 
 // Stands in for OpenProcess or TerminateProcess: on x64 one calling convention serves both, and both fail as 0.
 BOOL WINAPI Denied() { return SetLastError(ERROR_ACCESS_DENIED), FALSE; }
@@ -25,8 +25,11 @@ TEST(Processes, FoundByPrefixAnyCaseAndOnlyTheFirstMatchStopped) {
     wrtest::IdleProcess a(L"wkidlea.exe"), b(L"wkidleb.exe");
     const HANDLE both[] = {a.handle(), b.handle()};
     // The out pid is cleared when nothing matches; an empty name matches the first process listed.
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    PROCESSENTRY32W first = {sizeof(PROCESSENTRY32W), 0, 0, 0, 0, 0, 0, 0, 0, {}};
+    EXPECT_TRUE(Process32FirstW(snapshot, &first) && CloseHandle(snapshot));
     const struct { const wchar_t* name; bool withOut; BOOL found; DWORD pid; } finds[] = {
-        {L"WKIDLEA.EXE", true, TRUE, a.pid()}, {L"wkIdleB", true, TRUE, b.pid()}, {L"wknosuch", true, FALSE, 0}, {L"", false, TRUE, 0xdeadbeef}};
+        {L"WKIDLEA.EXE", true, TRUE, a.pid()}, {L"wkIdleB", false, TRUE, 0xdeadbeef}, {L"wknosuch", true, FALSE, 0}, {L"", true, TRUE, first.th32ProcessID}};
     for (const auto& f : finds) {
         DWORD pid = 0xdeadbeef;
         EXPECT_TRUE(ZN_ProcessExist(f.name, f.withOut ? &pid : nullptr) == f.found && pid == f.pid) << wrtest::Narrow(f.name) << " gave pid " << pid;
@@ -45,8 +48,7 @@ TEST(Processes, FoundByPrefixAnyCaseAndOnlyTheFirstMatchStopped) {
     }
     EXPECT_EQ(WAIT_TIMEOUT, WaitForMultipleObjects(2, both, FALSE, 0)) << "a failed stop ended a helper";
     EXPECT_EQ(0u, ZN_StopProcess(L"wkidle"));
-    const DWORD stopped = WaitForMultipleObjects(2, both, FALSE, 10000) - WAIT_OBJECT_0, other = 1 - stopped % 2;
-    DWORD code = 1;
+    DWORD stopped = WaitForMultipleObjects(2, both, FALSE, 10000) - WAIT_OBJECT_0, other = 1 - stopped % 2, code = 1;
     EXPECT_TRUE(stopped < 2 && GetExitCodeProcess(both[stopped], &code) && code == 0 && WaitForSingleObject(both[other], 0) == WAIT_TIMEOUT) << "only the first match is stopped, with code 0";
     EXPECT_TRUE(wrtest::ProcessPrivilegeEnabled(L"SeDebugPrivilege") && wrtest::SetProcessPrivilege(L"SeDebugPrivilege", false)) << "left on";
 }
@@ -59,8 +61,7 @@ BOOL WINAPI FakeShow(HWND window, int how) { return g_calls.push_back({size_t(wi
 
 TEST(Windows, TheFirstWindowOfTheProcessIsShown) {
     wrtest::ImportHook hooks[] = {{"USER32.dll", "EnumWindows", (void*)FakeEnumWindows}, {"USER32.dll", "GetWindowThreadProcessId", (void*)FakeOwner}, {"USER32.dll", "ShowWindow", (void*)FakeShow}};
-    const struct { DWORD pid, result; std::vector<std::pair<size_t, int>> calls; } cases[] = {
-        {7, 0, {{1, 0}, {2, 0}, {2, SW_SHOW}}}, {9, 1168, {{1, 0}, {2, 0}, {3, 0}}}};
+    const struct { DWORD pid, result; std::vector<std::pair<size_t, int>> calls; } cases[] = {{7, 0, {{1, 0}, {2, 0}, {2, SW_SHOW}}}, {9, 1168, {{1, 0}, {2, 0}, {3, 0}}}};
     for (const auto& c : cases) {
         EXPECT_EQ(c.result, ZN_ShowProcessWind(c.pid)) << c.pid;
         EXPECT_EQ(c.calls, std::exchange(g_calls, {})) << c.pid;
@@ -84,4 +85,3 @@ TEST(Wow64, RedirectionSwitchesInPairs) {
     EXPECT_TRUE(ZN_EnableWow64Redirection(TRUE, &saved) == 0 && g_reverted == reinterpret_cast<PVOID>(0x5a5a)) << "the saved value goes back";
 }
 
-}  // namespace
