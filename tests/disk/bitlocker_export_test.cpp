@@ -14,14 +14,9 @@ using disktest::Lines;
 
 struct Volume { char letter; LONG status = 1; HRESULT read = S_OK, method = S_OK, id = S_OK; };  // letter 0: no mount path
 enum Step { kCreate, kConnect, kBlanket, kQuery, kNone, kApartment, kNoMask };  // where a call fails
-struct Wmi {
-    Step failing = kNone;
-    HRESULT result = S_OK, end = WBEM_S_FALSE;  // the failing step's; the enumeration's last
-    std::vector<Volume> volumes = {};
-    size_t next = 0;
-    Lines calls = {}, log = {};
-    int live = 0;  // fake objects not yet released
-} g;
+// The failing step and its result, the enumeration's last result, the volumes and the next one handed out,
+// the set-up calls and log lines seen, and the fake objects not yet released.
+struct Wmi { Step failing = kNone; HRESULT result = S_OK, end = WBEM_S_FALSE; std::vector<Volume> volumes = {}; size_t next = 0; Lines calls = {}, log = {}; int live = 0; } g;
 
 std::string Utf8(const std::wstring& w) { return wrtest::Narrow(w, CP_UTF8); }
 std::wstring Id(char c) { return L"\\\\?\\Volume{" + std::wstring(8, wchar_t(c ? c : '0')) + L"-0-0-0-0}\\"; }
@@ -90,14 +85,7 @@ TEST(GetBitLockerVolumes, MarksTheLettersOfProtectedAndLockedVolumes) {
     auto Path = [](char c) { return "Win32_EncryptableVolume.DeviceID='\\\\?\\" + Utf8(Id(c).substr(4)) + "'"; };
     const std::string name = "ZN_GetBitLockerVolumes ", status = name + "get protect status of ";
     const Lines walked = {status + Path('E') + " error: 0x80310000", name + "volume " + Utf8(Id('F')) + " F:\\ state:\xE3\x80\x80" "3", status + Path('H') + " error: 0x80041002", status + Path('I') + " error: 0x80070005"};
-    const struct {
-        const char* name;
-        std::vector<Volume> volumes;
-        Step failing;
-        HRESULT result;
-        DWORD mask;
-        Lines log;
-    } cases[] = {
+    const struct { const char* name; std::vector<Volume> volumes; Step failing; HRESULT result; DWORD mask; Lines log; } cases[] = {
         {"unprotected C, protected D, no letter, locked E, state 3 on F, unknown G, failing H and I", {{'C', 0}, {'D'}, {0}, {'E', 0, HRESULT(0x80310000)}, {'F', 3}, {'G', 2}, {'H', 1, HRESULT(WBEM_E_NOT_FOUND)}, {'I', 1, S_OK, E_ACCESSDENIED}}, kNone, WBEM_S_FALSE, 0x58, walked},
         {"DeviceID read fails: walk ends, bits kept", {{'D'}, {'E', 1, S_OK, S_OK, E_FAIL}, {'F'}}, kNone, E_FAIL, 8, {name + "get DeviceID error: 0x80004005"}},
         {"enumeration breaks", {{'D'}}, kNone, RPC_E_DISCONNECTED, 8, {}},

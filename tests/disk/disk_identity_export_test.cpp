@@ -6,11 +6,7 @@
 namespace {
 
 constexpr auto MBR = PARTITION_STYLE_MBR, GPT = PARTITION_STYLE_GPT;
-struct Part {  // a partition: its number, the byte filling its 16 identity bytes, its rewrite flag
-    DWORD number;
-    BYTE id;
-    bool rewrite = false;
-};
+struct Part { DWORD number; BYTE id; bool rewrite = false; };  // a partition: its number, the byte filling its 16 identity bytes, its rewrite flag
 using Parts = std::vector<Part>;
 
 // The layout as the driver returns it. `disk` fills the disk identity; `salt` moves the

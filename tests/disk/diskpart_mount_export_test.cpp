@@ -24,14 +24,8 @@ BOOL WINAPI Fail() { return SetLastError(ERROR_ACCESS_DENIED), FALSE; }
 
 TEST(MountPartition, CommandsSentToDiskpart) {
     const std::string program = "\\System32\\diskpart.exe|sel disk 0|list partition", run = "C:\\windows" + program, select = run + "|sel partition ";
-    const struct {
-        const char* name;
-        DWORD partition, remove, drives;
-        WCHAR letter;
-        const char* failing;  // the platform call that fails
-        std::string answer, diskpart, log;  // result and letter afterwards; the program and lines read; a logged line
-        const char* volume = kVolume;
-    } cases[] = {
+    // Each row: the platform call that fails; the result and letter afterwards; the program and lines read; a logged line.
+    const struct { const char* name; DWORD partition, remove, drives; WCHAR letter; const char* failing; std::string answer, diskpart, log; const char* volume = kVolume; } cases[] = {
         {"given letter; row 3 is partition 4", 3, 0, 0, L'e', nullptr, "0 e", select + "4|detail partition|sel vol 3|assign letter=e:|exit", ""},
         {"no letter: first free from C, A and B never", 2, 0, 0x8, 0, nullptr, "0 C", select + "2|detail partition|sel vol 3|assign letter=C:|exit", ""},
         {"none free: '*' handed back and sent", 2, 0, 0x3FFFFFF, L'?', nullptr, "0 *", select + "2|detail partition|sel vol 3|assign letter=*:|exit", ""},

@@ -48,14 +48,8 @@ std::string MapA(const char* pairs) { return wrtest::Narrow(Map(pairs)); }
 TEST(DriveLetters, RepairClearAndMapOnTheOfflineSystemHive) {
     const std::string noHive = "T:\\windows\\system32\\config\\system", wide = "ZN_RepairDosDevice ", narrow = "ZN_RepairDosDeviceA ";
     const std::string refused = " refused: system drive is missing or not valid", noMap = " refused: letter map is missing or not valid";
-    const struct {
-        const char* name;
-        std::function<DWORD()> call;
-        DWORD result;
-        Values offline;  // the offline MountedDevices afterwards
-        std::string log, map = "##########################";  // ZN_GetDoscharMapA's answer, '.' for 0
-        Values z = {};  // HKLM\Z\MountedDevices afterwards
-    } cases[] = {
+    // Each row: the offline MountedDevices afterwards, the log, ZN_GetDoscharMapA's answer ('.' for 0), HKLM\Z\MountedDevices afterwards.
+    const struct { const char* name; std::function<DWORD()> call; DWORD result; Values offline; std::string log, map = "##########################"; Values z = {}; } cases[] = {
         {"repair re-letters and skips", [] { return ZN_RepairDosDevice(L'W', Map("DeEDF*").c_str()); }, 0, {{L('E'), "disk-d-long"}, {L('D'), "disk-e"}}, wide + "D ==> e|" + wide + "E ==> D"},
         {"two entries name H, a running value is missing", [] { return ZN_RepairDosDevice(L'W', Map("DHEHQQ").c_str()); }, 0, {{L('H'), "disk-e"}}, wide + "D ==> H|" + wide + "E ==> H|" + wide + "query \\DosDevices\\Q: error: 2"},
         {"no hive", [] { return ZN_RepairDosDevice(L'T', Map("DD").c_str()); }, 3, kOffline, "ZN_LoadRegistry load " + noHive + " to ZNRegKey error: 3|ZN_RepairDosDevice load " + noHive + " error: 3"},
@@ -74,18 +68,15 @@ TEST(DriveLetters, RepairClearAndMapOnTheOfflineSystemHive) {
     Key(L"SYSTEM\\MountedDevices", kRunning);
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        wrtest::TextHive hive;
-        hive.Key("MountedDevices");
+        wrtest::TextHive hive = wrtest::TextHive().Key("MountedDevices");
         for (const auto& [name, data] : kOffline) hive.Binary(name, data);
         EXPECT_TRUE(hive.Write(kHive));
         memset(g_map, '#', 26);
         wrtest::LogCapture log;
-        {
-            wrtest::ImportHook unload("advapi32.dll", "RegUnLoadKeyW", reinterpret_cast<void*>(SavingUnload));
-            disktest::Machine m;
-            m.drives = 0x1 | 0x8 | 0x10 | 0x20 | 0x40;  // A D E F G: K has a value but no drive
-            EXPECT_EQ(c.result, c.call());
-        }
+        wrtest::ImportHook unload("advapi32.dll", "RegUnLoadKeyW", reinterpret_cast<void*>(SavingUnload));  // the library's calls only
+        disktest::Machine m;
+        m.drives = 0x1 | 0x8 | 0x10 | 0x20 | 0x40;  // A D E F G: K has a value but no drive
+        EXPECT_EQ(c.result, c.call());
         for (char& e : g_map) e = e ? e : '.';
         EXPECT_EQ(c.map, std::string(g_map, 26));
         EXPECT_EQ(c.log, disktest::Logged(log));

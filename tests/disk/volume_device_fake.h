@@ -28,23 +28,16 @@ inline std::string Hex(unsigned long long v) {
     char s[17] = {};
     return std::to_chars(s, s + 16, v, 16), s;
 }
+// The lines joined by "|", each without its log tag.
 inline std::string Join(const Lines& lines) {
     std::string out;
-    for (const auto& l : lines) out += (out.empty() ? "" : "|") + l;
+    for (const auto& l : lines) out += (out.empty() ? "" : "|") + l.substr(l.rfind("[Wrenkit] ", 0) == 0 ? 10 : 0);
     return out;
 }
-// The messages logged since `log` began, without their tag, joined by "|".
-inline std::string Logged(const wrtest::LogCapture& log) {
-    Lines out;
-    for (auto m : log.Messages()) out.push_back(m.substr(m.rfind("[Wrenkit] ", 0) == 0 ? 10 : 0));
-    return Join(out);
-}
+inline std::string Logged(const wrtest::LogCapture& log) { return Join(log.Messages()); }
 
-struct Answer {
-    Answer(DWORD failure = 0, std::string written = "") : code(failure), bytes(std::move(written)) {}
-    DWORD code;         // a failing call's error; for "type": the drive type
-    std::string bytes;  // what the call writes
-};
+// A failing call's error (for "type": the drive type), and what a call writes.
+struct Answer { DWORD code = 0; std::string bytes = ""; };
 
 struct Machine {
     // Keys: "open PATH ACCESS" (hex; opened otherwise, a device does not exist), "PATH CODE"
@@ -106,11 +99,8 @@ private:
     static BOOL WINAPI Space(LPCWSTR root, PULARGE_INTEGER quota, PULARGE_INTEGER total, PULARGE_INTEGER totalFree) {
         DWORD c[4];
         if (!Clusters(root, &c[0], &c[1], &c[2], &c[3])) return FALSE;
-        const ULONGLONG cluster = 1ull * c[0] * c[1];
         if (quota) quota->QuadPart = 0;
-        if (total) total->QuadPart = cluster * c[3];
-        if (totalFree) totalFree->QuadPart = cluster * c[2];
-        return TRUE;
+        return total->QuadPart = 1ull * c[0] * c[1] * c[3], totalFree->QuadPart = 1ull * c[0] * c[1] * c[2], TRUE;
     }
     static DWORD WINAPI Drives() { return self->drives; }
     static DWORD WINAPI OpenEnum(DWORD scope, DWORD type, DWORD usage, LPNETRESOURCEW, LPHANDLE h) {

@@ -5,8 +5,7 @@
 
 namespace {
 
-using disktest::Bytes;
-using disktest::Hex;
+using namespace disktest;
 
 // The result, then the out value (hex; deadbeef: untouched).
 template <typename Out, typename Call>
