@@ -20,7 +20,7 @@
 #include <vector>
 
 // The tests' own file and text helpers, built into the double as well.
-#include "../wine_env.cpp"
+#include "support/wine_env.h"
 
 namespace {
 
