@@ -124,11 +124,7 @@ extern "C" DWORD WINAPI ZN_CheckPath(LPCWSTR path, LPCWSTR user, LPCWSTR passwor
     LogW(L"%S ---> %s user: %s", kName, share, userName);
     CancelAndLog(share);
 
-    NETRESOURCEW resource = {};
-    resource.dwScope = RESOURCE_GLOBALNET;
-    resource.dwType = RESOURCETYPE_DISK;
-    resource.dwUsage = RESOURCEUSAGE_CONNECTABLE;
-    resource.lpRemoteName = share;
+    NETRESOURCEW resource = wrenkits::ShareResource(share);
     const DWORD connected = ::WNetAddConnection2W(&resource, password, userName, 0);
     LogW(L"%S connect %s return %d with %s", kName, share, connected, userName);
 

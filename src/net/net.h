@@ -3,6 +3,7 @@
 #pragma once
 
 #include <windows.h>
+#include <winnetwk.h>
 
 #include "Wrenkits.h"
 #include "frame/text.h"
@@ -27,6 +28,16 @@ DWORD EnableDhcp(const AdapterInfo* adapter);
 DWORD SetStaticIp(const AdapterInfo* adapter);
 
 namespace wrenkits {
+
+// The connectable disk resource a share connection without a drive letter asks for.
+inline NETRESOURCEW ShareResource(wchar_t* share) {
+    NETRESOURCEW resource = {};
+    resource.dwScope = RESOURCE_GLOBALNET;
+    resource.dwType = RESOURCETYPE_DISK;
+    resource.dwUsage = RESOURCEUSAGE_CONNECTABLE;
+    resource.lpRemoteName = share;
+    return resource;
+}
 
 // What a UNC path gives when its share part is cut out of it.
 enum class ShareCut {

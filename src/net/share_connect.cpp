@@ -31,11 +31,7 @@ DWORD CancelShare(const wchar_t* name) { return ::WNetCancelConnection2W(name, C
 // (2202) is tried once more as the caller spelled it, before any domain was put in
 // front. The password is logged on purpose: support needs to see what was tried.
 void ConnectShare(wchar_t* share, const wchar_t* user, const wchar_t* qualifiedUser, const wchar_t* password) {
-    NETRESOURCEW resource = {};
-    resource.dwScope = RESOURCE_GLOBALNET;
-    resource.dwType = RESOURCETYPE_DISK;
-    resource.dwUsage = RESOURCEUSAGE_CONNECTABLE;
-    resource.lpRemoteName = share;
+    NETRESOURCEW resource = wrenkits::ShareResource(share);
     DWORD result = ::WNetAddConnection2W(&resource, password, qualifiedUser, 0);
     if (result == NO_ERROR) return;
     const wchar_t* tried = qualifiedUser;
@@ -114,11 +110,7 @@ extern "C" DWORD WINAPI ZN_ConnectNetworkPath(LPCWSTR path, LPCWSTR user, LPCWST
     }
 
     CancelShare(share);
-    NETRESOURCEW resource = {};
-    resource.dwScope = RESOURCE_GLOBALNET;
-    resource.dwType = RESOURCETYPE_DISK;
-    resource.dwUsage = RESOURCEUSAGE_CONNECTABLE;
-    resource.lpRemoteName = share;
+    NETRESOURCEW resource = wrenkits::ShareResource(share);
     const DWORD guest = ::WNetAddConnection2W(&resource, L"", L"Guest", 0);
     LogW(L"%S connect %s with guest account return %d", kConnect, share, guest);
     // Deliberate: a Guest connection that succeeded stays for the caller to use.

@@ -127,18 +127,18 @@ bool ReadArgs(const Command& c, int argc, wchar_t** argv, Args& args) {
             args.positional.push_back(w);
             continue;
         }
-        const OptionSpec* spec = nullptr;
+        const OptionSpec* known = nullptr;
         for (const OptionSpec& o : g.options)
-            if (Is(o.name.c_str(), w)) spec = &o;
-        if (!spec) {
+            if (Is(o.name.c_str(), w)) known = &o;
+        if (!known) {
             fwprintf(stderr, L"wrenkit: %ls takes no option %ls\n", c.name, w);
             return false;
         }
-        if (spec->takesValue && i + 1 >= argc) {
+        if (known->takesValue && i + 1 >= argc) {
             fwprintf(stderr, L"wrenkit: %ls needs a value\n", w);
             return false;
         }
-        args.options.emplace_back(w, spec->takesValue ? argv[++i] : nullptr);
+        args.options.emplace_back(w, known->takesValue ? argv[++i] : nullptr);
     }
     for (const OptionSpec& o : g.options) {
         if (o.required && !args.option(o.name.c_str()) && !args.flag(o.name.c_str())) {
